@@ -1,0 +1,92 @@
+// The platform log.
+//
+// TralogPrint(type, level, domain, tag, fmt, ...) takes a printf-style format
+// whose conversions may carry a privacy decoration: "%{public}s" prints the
+// argument, "%{private}s" prints "<private>" in its place (the argument is
+// still consumed). An undecorated conversion is private too. The level is
+// tested before anything is formatted, so a line below the threshold costs
+// one atomic load.
+//
+// Lines go to one process-wide sink. The default sink writes to standard
+// error; the default threshold is WARN, or the level named by the
+// environment variable TAVIK_LOG_LEVEL (DEBUG, INFO, WARN, ERROR, FATAL, or
+// the numbers 3 to 7) when it is set at first use.
+#ifndef TAVIK_PLATFORM_TRALOG_H
+#define TAVIK_PLATFORM_TRALOG_H
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace Tavik {
+
+enum LogType : int {
+    LOG_APP = 0,
+    LOG_CORE = 3,
+};
+
+enum LogLevel : int {
+    LOG_DEBUG = 3,
+    LOG_INFO = 4,
+    LOG_WARN = 5,
+    LOG_ERROR = 6,
+    LOG_FATAL = 7,
+};
+
+struct LogRecord {
+    LogType type;
+    LogLevel level;
+    uint32_t domain;
+    std::string tag;
+    std::string message;  // the formatted line, privacy applied
+};
+
+using LogSink = std::function<void(const LogRecord& record)>;
+
+int TralogPrint(LogType type, LogLevel level, uint32_t domain, const char* tag, const char* fmt, ...);
+
+// Lines below `level` are dropped before formatting.
+void SetLogLevel(LogLevel level);
+LogLevel GetLogLevel();
+bool IsLogLevelEnabled(LogLevel level);
+// "DEBUG" .. "FATAL" or "3" .. "7" (case-insensitive); false when unknown.
+bool ParseLogLevel(const std::string& text, LogLevel& level);
+const char* LogLevelToString(LogLevel level);
+
+// Replaces the sink (an empty function restores the standard-error sink).
+// The sink may be called from any thread, one line at a time.
+void SetLogSink(LogSink sink);
+void ResetLogSink();
+// The standard-error sink: "LEVEL domain/tag: message". With timestamps on,
+// each line starts with the local time to the microsecond.
+void WriteToStderr(const LogRecord& record);
+void SetStderrTimestamps(bool enabled);
+
+// Collects every line while it lives: installs its own sink and lowers the
+// threshold to DEBUG, restoring both when destroyed. For tests and for
+// applications that want the library's lines.
+class LogCapture {
+public:
+    LogCapture();
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    std::vector<LogRecord> Records() const;
+    // Messages only, in order.
+    std::vector<std::string> Messages() const;
+    // Lines whose message contains `text`.
+    size_t Count(const std::string& text) const;
+    void Clear();
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<LogRecord> records_;
+    LogLevel savedLevel_;
+};
+
+}  // namespace Tavik
+
+#endif  // TAVIK_PLATFORM_TRALOG_H
