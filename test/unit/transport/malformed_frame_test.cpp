@@ -1,6 +1,7 @@
 // Hand-made frames against a server published in this process, and a
 // hand-made server against a client of this process: a bad frame ends the
 // connection that carried it, and nothing else.
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -278,6 +279,8 @@ protected:
         ASSERT_EQ(listen(listenFd_, 4), 0);
         remote_ = ConnectSystemAbility(id_);
         ASSERT_NE(remote_, nullptr);
+        pollfd pfd{listenFd_, POLLIN, 0};
+        ASSERT_EQ(poll(&pfd, 1, 5000), 1) << "the client reused a connection instead of connecting";
         peerFd_ = accept(listenFd_, nullptr, nullptr);
         ASSERT_GE(peerFd_, 0);
         death_ = new DeathCounter();
@@ -361,12 +364,17 @@ TEST_F(RawServerTest, MalformedReplyEndsTheConnection)
              return Bytes(transaction, {0, 0, 0, 0});
          }},
     };
+    bool first = true;
     for (const auto& testCase : cases) {
         SCOPED_TRACE(testCase.name);
-        TearDown();
-        SetUp();
+        if (!first) {
+            // The previous case ended its connection, so this one is new.
+            TearDown();
+            SetUp();
+        }
+        first = false;
         EXPECT_EQ(CallAndAnswer(testCase.answer), IPC_ERR_DEAD_OBJECT);
-        EXPECT_TRUE(remote_->IsObjectDead());
+        ASSERT_TRUE(remote_->IsObjectDead());
         EXPECT_TRUE(WaitUntil([&] { return death_->Count() == 1; }));
         EXPECT_TRUE(WaitForClose(peerFd_));
     }
