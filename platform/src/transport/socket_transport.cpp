@@ -8,9 +8,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <unordered_map>
 
 #include "message_option.h"
@@ -56,7 +58,13 @@ public:
                 if (errno == EINTR || errno == ECONNABORTED) {
                     continue;
                 }
-                if (errno != EAGAIN && errno != EWOULDBLOCK) {
+                if (errno == EMFILE || errno == ENFILE) {
+                    TRANSPORT_LOGE("accept on sa %{public}d failed: %{public}s", systemAbilityId_,
+                                   std::strerror(errno));
+                    // The pending connection keeps the socket readable; do
+                    // not spin on it while descriptors are short.
+                    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                } else if (errno != EAGAIN && errno != EWOULDBLOCK) {
                     TRANSPORT_LOGE("accept on sa %{public}d failed: %{public}s", systemAbilityId_,
                                    std::strerror(errno));
                 }
@@ -317,8 +325,12 @@ sptr<IRemoteObject> ConnectSystemAbility(int32_t systemAbilityId)
     timeval timeout{MessageOption::TF_WAIT_TIME, 0};
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof(timeout));
     if (connect(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0) {
-        TRANSPORT_LOGI("no server for sa %{public}d at %{public}s: %{public}s", systemAbilityId, path.c_str(),
-                       std::strerror(errno));
+        // No socket, or nobody behind it: the ability is simply not running,
+        // and the caller reports that in its own words.
+        if (errno != ENOENT && errno != ECONNREFUSED) {
+            TRANSPORT_LOGW("cannot connect to sa %{public}d at %{public}s: %{public}s", systemAbilityId,
+                           path.c_str(), std::strerror(errno));
+        }
         close(fd);
         return nullptr;
     }

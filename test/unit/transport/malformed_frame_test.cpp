@@ -31,9 +31,11 @@ using Transport::ObjectOwner;
 
 std::vector<uint8_t> Bytes(const FrameHeader& header, const std::vector<uint8_t>& body = {})
 {
-    std::vector<uint8_t> bytes(sizeof(header));
+    std::vector<uint8_t> bytes(sizeof(header) + body.size());
     std::memcpy(bytes.data(), &header, sizeof(header));
-    bytes.insert(bytes.end(), body.begin(), body.end());
+    if (!body.empty()) {
+        std::memcpy(bytes.data() + sizeof(header), body.data(), body.size());
+    }
     return bytes;
 }
 
