@@ -807,6 +807,8 @@ int32_t Connection::WriteFrame(const FrameHeader* header, const uint8_t* data, s
                                const std::vector<ObjectEntry>& entries, Clock::time_point deadline,
                                bool* nothingWritten)
 {
+    // Only a caller's own request has a caller to tell about a time-out.
+    bool background = header == nullptr || header->kind != static_cast<uint8_t>(FrameKind::TRANSACTION);
     *nothingWritten = true;
     const char* closeReason = nullptr;
     int32_t status = IPC_OK;
@@ -869,8 +871,13 @@ int32_t Connection::WriteFrame(const FrameHeader* header, const uint8_t* data, s
                     }
                 }
                 status = IPC_ERR_TIMED_OUT;
-                // Half a frame in the stream cannot be taken back.
-                closeReason = *nothingWritten ? nullptr : "write timed out in the middle of a frame";
+                // Half a frame in the stream cannot be taken back; and a
+                // peer that takes no reply or release for this long is stuck.
+                if (!*nothingWritten) {
+                    closeReason = "write timed out in the middle of a frame";
+                } else if (background) {
+                    closeReason = "peer takes no data";
+                }
                 break;
             }
             status = IPC_ERR_DEAD_OBJECT;
