@@ -18,11 +18,11 @@ RequestResultInfo::~RequestResultInfo() = default;
 bool RequestResultInfo::Marshalling(Parcel& parcel) const
 {
     if (!parcel.WriteUint32(eventCode_)) {
-        SYNT_LOGE(CLIENT_LABEL, "write eventCode failed, eventCode:%{public}d", eventCode_);
+        SYNT_LOGE(CLIENT_LABEL, "write eventCode failed, eventCode:%{public}u", eventCode_);
         return false;
     }
     if (!parcel.WriteUint32(resultCode_)) {
-        SYNT_LOGE(CLIENT_LABEL, "write resultCode failed, resultCode:%{public}d", resultCode_);
+        SYNT_LOGE(CLIENT_LABEL, "write resultCode failed, resultCode:%{public}u", resultCode_);
         return false;
     }
     return true;
