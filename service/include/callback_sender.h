@@ -26,8 +26,7 @@ namespace Sim {
 
 // IDeviceStateChangedCallback, codes 0 (online), 1 (offline), 3 (ready):
 // presence, DeviceInfo.
-int32_t SendDeviceChanged(const sptr<IRemoteObject>& target, DeviceChangedCallbackCode code,
-                          const DeviceInfo& device);
+int32_t SendDeviceChanged(const sptr<IRemoteObject>& target, DeviceChangedCallbackCode code, const DeviceInfo& device);
 // IServiceChangedCallback, code 0: int32 event, uint32 count, count x
 // (presence, DeviceServiceInfo).
 int32_t SendServiceChanged(const sptr<IRemoteObject>& target, int32_t event,

@@ -22,8 +22,7 @@ public:
     explicit DeviceDetectControlStub(std::shared_ptr<Simulator> simulator);
     ~DeviceDetectControlStub() override;
 
-    int32_t OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply,
-                            MessageOption& option) override;
+    int32_t OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) override;
 
 private:
     std::shared_ptr<Simulator> simulator_;

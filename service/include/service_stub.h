@@ -9,10 +9,20 @@
 // field gets the SimStatus there; one without (the lists, the records, the
 // bools) makes OnRemoteRequest return the SimStatus instead, and the caller
 // sees its send fail. Stateless apart from its collaborators; any thread.
+//
+// Unlike a plain local stub it accepts death recipients: clients in the same
+// process attach one when they look the service up, and Stop() tells them
+// the service is gone, as a daemon's exit would.
+//
+// Unlike a plain local stub it accepts death recipients: clients in the same
+// process attach one when they look the service up, and Stop() tells them
+// the service is gone, as a daemon's exit would.
 #ifndef SYNTAVO_SIM_SERVICE_STUB_H
 #define SYNTAVO_SIM_SERVICE_STUB_H
 
 #include <memory>
+#include <mutex>
+#include <vector>
 
 #include "ipc_object_stub.h"
 #include "message_option.h"
@@ -29,8 +39,12 @@ public:
     DeviceDetectServiceStub(std::shared_ptr<Simulator> simulator, sptr<IPCObjectStub> control = nullptr);
     ~DeviceDetectServiceStub() override;
 
-    int32_t OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply,
-                            MessageOption& option) override;
+    int32_t OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) override;
+
+    bool AddDeathRecipient(const sptr<DeathRecipient>& recipient) override;
+    bool RemoveDeathRecipient(const sptr<DeathRecipient>& recipient) override;
+    // Calls every attached recipient once and forgets them.
+    void Stop();
 
 private:
     int32_t GetTrustedDeviceList(MessageParcel& data, MessageParcel& reply);
@@ -59,6 +73,8 @@ private:
 
     std::shared_ptr<Simulator> simulator_;
     sptr<IPCObjectStub> control_;
+    std::mutex recipientsMutex_;
+    std::vector<sptr<DeathRecipient>> recipients_;
 };
 
 }  // namespace Sim

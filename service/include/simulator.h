@@ -99,8 +99,7 @@ public:
     // (status, listener id); ids start at 1 and are never reused.
     std::pair<int32_t, uint32_t> AddAbilityListener(const sptr<AbilityFilter>& filter, const std::string& extra,
                                                     const sptr<IRemoteObject>& callback);
-    std::pair<int32_t, uint32_t> AddServiceFilterListener(const sptr<ServiceFilter>& filter,
-                                                          const std::string& extra,
+    std::pair<int32_t, uint32_t> AddServiceFilterListener(const sptr<ServiceFilter>& filter, const std::string& extra,
                                                           const sptr<IRemoteObject>& callback);
     int32_t RemoveAbilityListener(uint32_t listenerId);
     int32_t RemoveServiceFilterListener(uint32_t listenerId);

@@ -39,9 +39,9 @@ struct Device {
     uint32_t type = 0;         // device type code (PHONE = 14, PAD = 17, ...)
     uint32_t accountType = 0;  // the simulator's convention: 0 none, 1 same account, 2 other account
     DeviceState state = DeviceState::OFFLINE;
-    bool sameAccount = false;   // answer to GetIsSameDeviceAccount
-    bool nextType = false;      // answer to GetIsNextTypeDevice
-    int32_t switchStatus = 0;   // answer to GetDeviceSwitch
+    bool sameAccount = false;           // answer to GetIsSameDeviceAccount
+    bool nextType = false;              // answer to GetIsNextTypeDevice
+    int32_t switchStatus = 0;           // answer to GetDeviceSwitch
     std::vector<std::string> services;  // service names, matched by ServiceFilter
     std::vector<Ability> abilities;
     std::map<std::string, std::string> dynamicInfo;

@@ -42,8 +42,7 @@ int32_t Send(const sptr<IRemoteObject>& target, const char16_t* descriptor, uint
 
 }  // namespace
 
-int32_t SendDeviceChanged(const sptr<IRemoteObject>& target, DeviceChangedCallbackCode code,
-                          const DeviceInfo& device)
+int32_t SendDeviceChanged(const sptr<IRemoteObject>& target, DeviceChangedCallbackCode code, const DeviceInfo& device)
 {
     return Send(target, Descriptor::DEVICE_CHANGED_CALLBACK, ToCode(code),
                 [&](MessageParcel& data) { return data.WriteParcelable(&device); });

@@ -33,7 +33,8 @@ ControlResult Call(const sptr<IRemoteObject>& service, ControlCode code,
     if (sent != 0) {
         result.status = sent;
         const char* name = SimStatusToString(sent);
-        result.detail = std::string("the control request failed: ") + (name != nullptr ? name : IpcStatusToString(sent));
+        result.detail =
+            std::string("the control request failed: ") + (name != nullptr ? name : IpcStatusToString(sent));
         return result;
     }
     if (!reply.ReadInt32(result.status) || !reply.ReadString(result.detail) ||

@@ -49,7 +49,8 @@ int32_t DeviceDetectControlStub::OnRemoteRequest(uint32_t code, MessageParcel& d
             if (!data.ReadString(id) || !data.ReadInt32(state)) {
                 return BadRequest(reply, "device id, state");
             }
-            if (state < static_cast<int32_t>(DeviceState::OFFLINE) || state > static_cast<int32_t>(DeviceState::READY)) {
+            if (state < static_cast<int32_t>(DeviceState::OFFLINE) ||
+                state > static_cast<int32_t>(DeviceState::READY)) {
                 return Reply(reply, SIM_ERR_INVALID_ARGUMENT, "state " + std::to_string(state) + " is not 0, 1 or 2");
             }
             int32_t status = simulator_->SetDeviceState(id, static_cast<DeviceState>(state), detail);

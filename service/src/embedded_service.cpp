@@ -53,6 +53,9 @@ void EmbeddedService::Unpublish()
     if (manager != nullptr) {
         manager->RemoveSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID);
     }
+    // Clients in this process hear of the service's end as they would of a
+    // daemon's; the proxy drops its cache then.
+    service_->Stop();
     DeviceDetectProxy::CleanupInstance();
 }
 

@@ -26,8 +26,7 @@ DeviceServiceInfo ToDeviceServiceInfo(const Device& device)
 sptr<AbilityFilter> ToAbilityFilter(const Device& device, const Ability& ability)
 {
     sptr<AbilityFilter> filter = sptr<AbilityFilter>::MakeSptr(ability.bundleName, ability.abilityType,
-                                                               ability.description, device.type,
-                                                               device.accountType);
+                                                               ability.description, device.type, device.accountType);
     if (filter != nullptr) {
         filter->SetAction(ability.action);
     }

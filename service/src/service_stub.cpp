@@ -1,5 +1,6 @@
 #include "service_stub.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -70,6 +71,41 @@ DeviceDetectServiceStub::DeviceDetectServiceStub(std::shared_ptr<Simulator> simu
 }
 
 DeviceDetectServiceStub::~DeviceDetectServiceStub() = default;
+
+bool DeviceDetectServiceStub::AddDeathRecipient(const sptr<DeathRecipient>& recipient)
+{
+    if (recipient == nullptr) {
+        return false;
+    }
+    std::lock_guard<std::mutex> lock(recipientsMutex_);
+    recipients_.push_back(recipient);
+    return true;
+}
+
+bool DeviceDetectServiceStub::RemoveDeathRecipient(const sptr<DeathRecipient>& recipient)
+{
+    std::lock_guard<std::mutex> lock(recipientsMutex_);
+    auto it = std::find(recipients_.begin(), recipients_.end(), recipient);
+    if (it == recipients_.end()) {
+        return false;
+    }
+    recipients_.erase(it);
+    return true;
+}
+
+void DeviceDetectServiceStub::Stop()
+{
+    std::vector<sptr<DeathRecipient>> recipients;
+    {
+        std::lock_guard<std::mutex> lock(recipientsMutex_);
+        recipients.swap(recipients_);
+    }
+    // Outside the lock: a recipient may look the service up again.
+    wptr<IRemoteObject> self(static_cast<IRemoteObject*>(this));
+    for (const sptr<DeathRecipient>& recipient : recipients) {
+        recipient->OnRemoteDied(self);
+    }
+}
 
 int32_t DeviceDetectServiceStub::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply,
                                                  MessageOption& option)

@@ -382,7 +382,8 @@ std::string Simulator::RegistrationsJson() const
     RegistrationCounts counts = RegistrationsLocked();
     json listeners = json::array();
     for (const Listener& listener : listeners_) {
-        json entry{{"id", listener.id}, {"kind", listener.byServiceFilter ? "serviceFilter" : "abilityFilter"},
+        json entry{{"id", listener.id},
+                   {"kind", listener.byServiceFilter ? "serviceFilter" : "abilityFilter"},
                    {"extra", listener.extra}};
         if (listener.byServiceFilter) {
             entry["serviceName"] = listener.serviceFilter->GetServiceName();
@@ -437,8 +438,7 @@ bool Simulator::BindKeymouseService() const
 
 // --- registrations ----------------------------------------------------------
 
-std::pair<int32_t, uint32_t> Simulator::AddAbilityListener(const sptr<AbilityFilter>& filter,
-                                                           const std::string& extra,
+std::pair<int32_t, uint32_t> Simulator::AddAbilityListener(const sptr<AbilityFilter>& filter, const std::string& extra,
                                                            const sptr<IRemoteObject>& callback)
 {
     if (filter == nullptr) {
@@ -566,8 +566,8 @@ int32_t Simulator::RemoveServiceChangedCallbacks()
     std::vector<sptr<IRemoteObject>> released;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        EraseIf<CallbackEntry>(serviceChanged_, [key](const CallbackEntry& entry) { return entry.key == key; },
-                               released);
+        EraseIf<CallbackEntry>(
+            serviceChanged_, [key](const CallbackEntry& entry) { return entry.key == key; }, released);
         for (const sptr<IRemoteObject>& object : released) {
             detach.emplace_back(object, ReleaseLocked(object.GetRefPtr()));
         }
@@ -631,8 +631,7 @@ int32_t Simulator::NotifyDialogEvent(const std::string& dialogEvent)
     {
         std::lock_guard<std::mutex> lock(mutex_);
         std::string reply = world_.dialogReply;
-        std::string quoted = nlohmann::json(dialogEvent).dump(-1, ' ', false,
-                                                              nlohmann::json::error_handler_t::replace);
+        std::string quoted = nlohmann::json(dialogEvent).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
         size_t at = reply.find("{event}");
         if (at != std::string::npos) {
             reply.replace(at, std::string("{event}").size(), quoted);
@@ -780,8 +779,8 @@ void Simulator::DeviceEventsLocked(const Device& device, DeviceState from, Devic
     if (wasOnline == isOnline) {
         return;
     }
-    auto serviceEvent = static_cast<int32_t>(isOnline ? ServiceChangeEvent::DEVICE_ONLINE
-                                                      : ServiceChangeEvent::DEVICE_OFFLINE);
+    auto serviceEvent =
+        static_cast<int32_t>(isOnline ? ServiceChangeEvent::DEVICE_ONLINE : ServiceChangeEvent::DEVICE_OFFLINE);
     for (const CallbackEntry& entry : serviceChanged_) {
         sptr<IRemoteObject> target = entry.callback;
         out.push_back([target, serviceEvent, device] {
@@ -792,7 +791,8 @@ void Simulator::DeviceEventsLocked(const Device& device, DeviceState from, Devic
     for (const DetectSession& session : detectSessions_) {
         if (DeviceFilterPasses(*session.filter, device)) {
             sptr<IRemoteObject> target = session.callback;
-            out.push_back([target, detectEvent, device] { SendDetectEvent(target, detectEvent, ToDeviceInfo(device)); });
+            out.push_back(
+                [target, detectEvent, device] { Sim::SendDetectEvent(target, detectEvent, ToDeviceInfo(device)); });
         }
     }
 }
@@ -928,8 +928,8 @@ int32_t Simulator::NotifyServiceChange(int32_t event, const std::vector<std::str
         }
     }
     Run(notes);
-    detail = "service change " + std::to_string(event) + " for " + std::to_string(count) + " devices" +
-             Sent(notes.size());
+    detail =
+        "service change " + std::to_string(event) + " for " + std::to_string(count) + " devices" + Sent(notes.size());
     return SIM_OK;
 }
 
@@ -970,8 +970,8 @@ int32_t Simulator::PublishResult(const std::string& pkgName, uint32_t eventCode,
         }
     }
     Run(notes);
-    detail = "published event " + std::to_string(eventCode) + " result " + std::to_string(resultCode) +
-             Sent(notes.size());
+    detail =
+        "published event " + std::to_string(eventCode) + " result " + std::to_string(resultCode) + Sent(notes.size());
     return SIM_OK;
 }
 

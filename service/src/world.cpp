@@ -85,8 +85,7 @@ World DefaultWorld()
     laptop.dynamicInfo = {{"battery", "90"}};
     laptop.config = {"2IN1-13", "{\"hinge\":360}", 1};
 
-    Device display = MakeDevice("display", "Kitchen Display", TYPE_SMART_DISPLAY, ACCOUNT_OTHER,
-                                DeviceState::ONLINE);
+    Device display = MakeDevice("display", "Kitchen Display", TYPE_SMART_DISPLAY, ACCOUNT_OTHER, DeviceState::ONLINE);
     display.services = {"castService"};
     display.abilities = {{"com.tavik.media", "page", "video player", "play"}};
     display.config = {"DISPLAY-8", "{\"screen\":\"8in\"}", 0};

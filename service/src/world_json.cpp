@@ -181,8 +181,8 @@ bool ReadAbility(const json& value, const std::string& path, Ability& ability, s
     ObjectReader reader(value, path, error);
     return reader.IsObject() && reader.String("bundleName", ability.bundleName, false) &&
            reader.String("abilityType", ability.abilityType, false) &&
-           reader.String("description", ability.description, false) &&
-           reader.String("action", ability.action, false) && reader.NoUnknownKeys();
+           reader.String("description", ability.description, false) && reader.String("action", ability.action, false) &&
+           reader.NoUnknownKeys();
 }
 
 bool ReadConfig(const json& value, const std::string& path, DeviceConfig& config, std::string& error)
@@ -402,8 +402,7 @@ bool ParseWorld(const std::string& text, World& world, std::string& error)
             return reader.Fail(path + ".udid", "\"" + device.udid + "\" is already used by another device");
         }
         if (!ids.insert(device.networkId).second) {
-            return reader.Fail(path + ".networkId",
-                               "\"" + device.networkId + "\" is already used by another device");
+            return reader.Fail(path + ".networkId", "\"" + device.networkId + "\" is already used by another device");
         }
         parsed.devices.push_back(std::move(device));
     }
