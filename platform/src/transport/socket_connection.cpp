@@ -457,7 +457,11 @@ ssize_t Connection::ReadSome()
             in_.resize(inEnd_ + READ_CHUNK);
         }
     }
-    return recv(fd_, in_.data() + inEnd_, in_.size() - inEnd_, MSG_DONTWAIT);
+    ssize_t count = recv(fd_, in_.data() + inEnd_, in_.size() - inEnd_, MSG_DONTWAIT);
+    if (count > 0) {
+        inEnd_ += static_cast<size_t>(count);
+    }
+    return count;
 }
 
 void Connection::ReserveInput(size_t frameSize)
