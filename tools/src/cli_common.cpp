@@ -8,6 +8,7 @@
 #include "device_detect_status.h"
 #include "ipc_status.h"
 #include "sim_status.h"
+#include "socket_transport.h"
 #include "system_ability_manager.h"
 #include "world_json.h"
 
@@ -58,16 +59,19 @@ int Fail(const Context& ctx, const std::string& what, int32_t status, const std:
 
 namespace {
 
-// Where the socket transport looks, in the order it looks.
-std::string RuntimeDirHint()
+// The socket the transport tried, and which setting chose its folder.
+std::string SocketHint()
 {
-    if (const char* dir = std::getenv("TAVIK_RUNTIME_DIR")) {
-        return std::string(dir) + " (from TAVIK_RUNTIME_DIR)";
+    std::string path = GetSystemAbilitySocketPath(SYNTAVO_DEVICE_DETECT_SA_ID);
+    const char* runtime = std::getenv("TAVIK_RUNTIME_DIR");
+    const char* xdg = std::getenv("XDG_RUNTIME_DIR");
+    if (runtime != nullptr && *runtime != '\0') {
+        return path + " (folder from TAVIK_RUNTIME_DIR or --runtime-dir)";
     }
-    if (const char* dir = std::getenv("XDG_RUNTIME_DIR")) {
-        return std::string(dir) + "/tavik (from XDG_RUNTIME_DIR)";
+    if (xdg != nullptr && *xdg != '\0') {
+        return path + " (folder from XDG_RUNTIME_DIR)";
     }
-    return "the per-user folder under /tmp";
+    return path;
 }
 
 }  // namespace
@@ -79,8 +83,7 @@ int Unreachable(const Context& ctx)
     }
     std::cerr << "devicedetect: cannot reach the device-detect service (system ability " << SYNTAVO_DEVICE_DETECT_SA_ID
               << ").\n"
-              << "  tried: the in-process system ability manager, then the service socket in " << RuntimeDirHint()
-              << "\n"
+              << "  tried: the in-process system ability manager, then the socket " << SocketHint() << "\n"
               << "  start the service first:  devicedetectd &\n"
               << "  (with the same --runtime-dir on both programs), or run `devicedetect demo`,\n"
               << "  which embeds the service in its own process.\n";

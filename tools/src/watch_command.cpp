@@ -254,7 +254,13 @@ int RunWatch(Context& ctx, const WatchOptions& options)
     if (byService.first == 0) {
         proxy->UnregisterServiceFilterListener(byService.second);
     }
-    proxy->UnregisterServiceChangedCallback();
+    // The service cannot tell callers apart, so this removal would take
+    // other processes' callbacks too; across the socket, this process's
+    // exit drops its own.
+    sptr<IRemoteObject> service = proxy->AsObject();
+    if (service == nullptr || !service->IsProxyObject()) {
+        proxy->UnregisterServiceChangedCallback();
+    }
     // Deliver and dialog callbacks have no removal request; the service
     // drops them when this process goes away.
     return EXIT_OK;
