@@ -1,6 +1,7 @@
 #include "callback_sender.h"
 
 #include "device_detect_descriptors.h"
+#include "device_detect_status.h"
 #include "device_info.h"
 #include "device_service_info.h"
 #include "ipc_status.h"
@@ -33,7 +34,9 @@ int32_t Send(const sptr<IRemoteObject>& target, const char16_t* descriptor, uint
     }
     int32_t result = target->SendRequest(code, data, reply, option);
     if (result != 0) {
-        const char* name = IpcStatusToString(result);
+        // A client stub's own status (1001, 1010, ...) or the transport's.
+        const char* name = DeviceDetectStatusToString(result);
+        name = name != nullptr ? name : IpcStatusToString(result);
         SIM_LOGW("callback %{public}s code %{public}u returned %{public}d (%{public}s)",
                  Str16ToStr8(descriptor).c_str(), code, result, name);
     }
