@@ -11,7 +11,8 @@ int main(int argc, char** argv)
     Context ctx;
     CLI::App app{"devicedetect: query the device-detect service, watch its events and drive its simulator"};
     app.require_subcommand(1);
-    app.add_option("--log-level", ctx.logLevel, "Log threshold: DEBUG, INFO, WARN (default), ERROR, FATAL");
+    app.add_option("--log-level", ctx.logLevel,
+                   "Show library log lines from this level on: DEBUG, INFO, WARN, ERROR, FATAL (default: none)");
     app.add_option("--runtime-dir", ctx.runtimeDir, "Where the service's socket is (sets TAVIK_RUNTIME_DIR)");
     AddQueryCommands(app, ctx);
     AddWatchCommand(app, ctx);
@@ -22,7 +23,11 @@ int main(int argc, char** argv)
     } catch (const CLI::ParseError& e) {
         return app.exit(e);
     }
-    if (!ctx.logLevel.empty()) {
+    if (ctx.logLevel.empty() && std::getenv("TAVIK_LOG_LEVEL") == nullptr) {
+        // The CLI reports every failure itself, with the status name; the
+        // library's own lines are there on request.
+        Tavik::SetLogLevel(Tavik::LOG_FATAL);
+    } else if (!ctx.logLevel.empty()) {
         Tavik::LogLevel level;
         if (!Tavik::ParseLogLevel(ctx.logLevel, level)) {
             std::cerr << "devicedetect: unknown log level \"" << ctx.logLevel << "\"\n";
