@@ -372,6 +372,7 @@ TEST(RequestFailureTest, WriteBudgetsMatchTheRequestShape)
         sptr<FakeRemoteObject> remote = new FakeRemoteObject();
         sptr<DeviceDetectProxy> proxy = new DeviceDetectProxy(remote);
         CallArgs args;
+        LogCapture quiet;
         {
             ParcelTestSeam::ScopedWriteFailure budget(shape.writes);
             CallByName(shape.call)(*proxy, args);

@@ -173,7 +173,10 @@ TEST_F(RequestLimitsTest, DynamicInfoWithoutKeysExpectsNoRecords)
     EXPECT_TRUE(infos.empty());
 
     remote_->SetReply(BuildParcel([](MessageParcel& r) { r.WriteUint32(1); }));
+    LogCapture log;
     EXPECT_EQ(proxy_->GetRemoteDeviceDynamicInfo("id", {}, infos), 2202);
+    EXPECT_EQ(LinesAt(log, LOG_ERROR),
+              std::vector<std::string>{"GetRemoteDeviceDynamicInfo# resultListLen is not the same as keyListLen"});
 }
 
 TEST_F(RequestLimitsTest, DeliverCodeTravelsAsDecimalText)
