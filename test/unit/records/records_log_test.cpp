@@ -119,23 +119,6 @@ TEST(RecordLogTest, ConstructionAndDestructionLines)
     }
 }
 
-TEST(RecordLogTest, FileNamesInPrefix)
-{
-    LogCapture capture;
-    DeviceInfo("a", "b", "c", 1);
-    DeviceDynamicInfo("k", "v");
-    RequestResultInfo(1, 2);
-    ServicePublishInfo(1, 2, 3);
-    EXPECT_TRUE(Logged(
-        capture, AbilityFilterFileLine(LOG_INFO, "DeviceInfo", "create:device = ****, deviceName= c, deviceType = 1")));
-    EXPECT_TRUE(Logged(capture, ExpectedLine{LOG_INFO, INFO_COLLECTION_DOMAIN, INFO_COLLECTION_TAG,
-                                             "device_dynamic_info", "DeviceDynamicInfo", "key=k, value=v"}));
-    EXPECT_TRUE(Logged(capture, ClientLine(LOG_INFO, "publish_event_info", "RequestResultInfo",
-                                           "create:eventCode = 1, resultCode = 2")));
-    EXPECT_TRUE(Logged(capture, ClientLine(LOG_INFO, "service_publish_info", "ServicePublishInfo",
-                                           "new ServicePublishInfo: publishId:1 serviceCode:2 publishMode:3")));
-}
-
 // Copies are made without a creation line but are destroyed with one.
 TEST(RecordLogTest, CopiesLogOnlyTheirDestruction)
 {

@@ -32,25 +32,6 @@ TEST(RecordWireTest, RoundTripKeepsEveryFieldAndConsumesExactlyTheWrite)
     }
 }
 
-// Inside a request a record travels behind a presence value; the record's
-// Marshalling must not add anything of its own around its fields.
-TEST(RecordWireTest, StrongParcelableFramingRoundTrips)
-{
-    LogCapture quiet;
-    for (const RecordCase& c : AllRecords()) {
-        SCOPED_TRACE(c.name);
-        Parcel parcel;
-        ASSERT_TRUE(parcel.WriteStrongParcelable(c.fill()));
-        ASSERT_TRUE(parcel.WriteStrongParcelable(nullptr));
-        ASSERT_EQ(parcel.ReadInt32(), 1);
-        sptr<Parcelable> read = c.read(parcel);
-        ASSERT_NE(read, nullptr);
-        c.check(*read);
-        EXPECT_EQ(parcel.ReadInt32(), 0);
-        EXPECT_EQ(parcel.GetReadableBytes(), 0u);
-    }
-}
-
 // A copy is a value: it writes the same bytes as its source.
 TEST(RecordWireTest, CopiesWriteTheSameBytes)
 {
