@@ -111,12 +111,6 @@ void AppendDeviceInfos(MessageParcel& reply, uint32_t count, std::vector<DeviceI
 
 }  // namespace
 
-const std::u16string& DeviceDetectProxy::GetDescriptor()
-{
-    static const auto* descriptor = new std::u16string(IDeviceDetect::GetDescriptor());
-    return *descriptor;
-}
-
 // Initialisation order: the creator is registered before the cache and its
 // lock exist; unloading releases the cache first and unregisters last.
 BrokerDelegator<DeviceDetectProxy> DeviceDetectProxy::delegator_;

@@ -48,12 +48,6 @@ public:
     explicit DeviceDetectProxy(const sptr<IRemoteObject>& impl);
     ~DeviceDetectProxy() override;
 
-    // IDeviceDetect's descriptor, from an object that is never destroyed.
-    // The broker registration unregisters during static destruction, and the
-    // interface's own (inline) descriptor may be a copy in another module
-    // that is already gone by then.
-    static const std::u16string& GetDescriptor();
-
     // The cached proxy, or a new one bound to the service looked up under
     // SYNTAVO_DEVICE_DETECT_SA_ID; null when the service cannot be reached.
     static sptr<DeviceDetectProxy> GetInstance();
