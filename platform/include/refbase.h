@@ -58,7 +58,6 @@ public:
 
     void IncStrongRef(const void* objectId = nullptr);
     void DecStrongRef(const void* objectId = nullptr);
-    void IncWeakRef(const void* objectId = nullptr);
     bool AttemptIncStrongRef(const void* objectId = nullptr);
     int GetSptrRefCount() const;
     int GetWptrRefCount() const;

@@ -59,6 +59,8 @@ const char* LogLevelToString(LogLevel level);
 // The sink may be called from any thread, one line at a time.
 void SetLogSink(LogSink sink);
 void ResetLogSink();
+// The installed sink; empty while the standard-error sink is in use.
+LogSink GetLogSink();
 // The standard-error sink: "LEVEL domain/tag: message". With timestamps on,
 // each line starts with the local time to the microsecond.
 void WriteToStderr(const LogRecord& record);
@@ -85,6 +87,7 @@ private:
     mutable std::mutex mutex_;
     std::vector<LogRecord> records_;
     LogLevel savedLevel_;
+    LogSink savedSink_;
 };
 
 }  // namespace Tavik
