@@ -74,6 +74,17 @@ TEST(MessageParcelObjectTest, NullObjectIsRefused)
     EXPECT_EQ(parcel.GetObjectCount(), 0u);
 }
 
+// An index that does not fit leaves no object behind in the table either.
+TEST(MessageParcelObjectTest, RefusedWriteAddsNoObject)
+{
+    MessageParcel parcel;
+    ASSERT_TRUE(parcel.WriteInt32(1));
+    ASSERT_TRUE(parcel.SetMaxCapacity(4));
+    EXPECT_FALSE(parcel.WriteRemoteObject(sptr<IRemoteObject>(new IPCObjectStub(u"a"))));
+    EXPECT_EQ(parcel.GetObjectCount(), 0u);
+    EXPECT_EQ(parcel.GetDataSize(), 4u);
+}
+
 TEST(MessageParcelObjectTest, ObjectsReadBackInOrder)
 {
     sptr<IRemoteObject> a(new IPCObjectStub(u"a"));

@@ -216,37 +216,79 @@ TEST(WptrTest, PromotionNeverRevivesUnderRace)
         Tracker* tracker_;
     };
 
+    // The promoters live for the whole loop (starting threads per iteration
+    // is far too slow under tsan); each round they get their own wptr copy,
+    // wait for the round to start and keep promoting while the main thread
+    // releases its reference.
     constexpr int kIterations = 3000;
     constexpr int kPromoters = 3;
+    std::atomic<int> round{0};
+    std::atomic<int> started{0};
+    std::atomic<int> finished{0};
+    std::atomic<bool> stop{false};
+    std::atomic<int> sawDead{0};
+    Tracker* tracker = nullptr;
+    wptr<Tracked> weaks[kPromoters];
+    std::vector<std::thread> promoters;
+    for (int t = 0; t < kPromoters; ++t) {
+        promoters.emplace_back([&, t] {
+            for (int seen = 0;;) {
+                while (round.load(std::memory_order_acquire) == seen && !stop.load()) {
+                    std::this_thread::yield();
+                }
+                if (stop.load()) {
+                    return;
+                }
+                ++seen;
+                started.fetch_add(1, std::memory_order_release);
+                // Promote until it fails, so that promotions are in flight
+                // at the moment the main thread lets go.
+                for (;;) {
+                    sptr<Tracked> p = weaks[t].promote();
+                    if (p == nullptr) {
+                        break;
+                    }
+                    if (tracker->dead.load()) {
+                        sawDead.fetch_add(1);
+                    }
+                    p = nullptr;
+                    // Let the releasing thread run on a busy machine.
+                    std::this_thread::yield();
+                }
+                finished.fetch_add(1, std::memory_order_release);
+            }
+        });
+    }
     int revived = 0;
     int doubleDestroyed = 0;
     for (int i = 0; i < kIterations; ++i) {
-        Tracker tracker;
-        sptr<Tracked> strong(new Tracked(&tracker));
-        wptr<Tracked> weak(strong);
-        std::atomic<bool> go{false};
-        std::atomic<int> sawDead{0};
-        std::vector<std::thread> promoters;
-        for (int t = 0; t < kPromoters; ++t) {
-            promoters.emplace_back([weak, &go, &tracker, &sawDead] {
-                while (!go.load(std::memory_order_acquire)) {
-                }
-                for (int k = 0; k < 4; ++k) {
-                    sptr<Tracked> p = weak.promote();
-                    if (p != nullptr && tracker.dead.load()) {
-                        sawDead.fetch_add(1);
-                    }
-                }
-            });
+        Tracker roundTracker;
+        tracker = &roundTracker;
+        sptr<Tracked> strong(new Tracked(&roundTracker));
+        for (wptr<Tracked>& weak : weaks) {
+            weak = strong;
         }
-        go.store(true, std::memory_order_release);
+        sawDead.store(0);
+        started.store(0);
+        finished.store(0);
+        round.fetch_add(1, std::memory_order_release);
+        while (started.load(std::memory_order_acquire) != kPromoters) {
+            std::this_thread::yield();
+        }
         strong = nullptr;
-        for (std::thread& t : promoters) {
-            t.join();
+        while (finished.load(std::memory_order_acquire) != kPromoters) {
+            std::this_thread::yield();
         }
-        EXPECT_EQ(weak.promote(), nullptr);
+        EXPECT_EQ(weaks[0].promote(), nullptr);
         revived += sawDead.load() != 0 ? 1 : 0;
-        doubleDestroyed += tracker.destructions.load() != 1 ? 1 : 0;
+        doubleDestroyed += roundTracker.destructions.load() != 1 ? 1 : 0;
+        for (wptr<Tracked>& weak : weaks) {
+            weak = wptr<Tracked>();
+        }
+    }
+    stop.store(true);
+    for (std::thread& t : promoters) {
+        t.join();
     }
     EXPECT_EQ(revived, 0) << "iterations in which a promotion returned a destroyed object";
     EXPECT_EQ(doubleDestroyed, 0) << "iterations in which the object was not destroyed exactly once";

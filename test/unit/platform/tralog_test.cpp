@@ -283,7 +283,7 @@ TEST(LogLevelTest, ParseLogLevel)
         {"3", true, LOG_DEBUG},     {"4", true, LOG_INFO},      {"5", true, LOG_WARN},
         {"6", true, LOG_ERROR},     {"7", true, LOG_FATAL},     {"", false, LOG_WARN},
         {"2", false, LOG_WARN},     {"8", false, LOG_WARN},     {"-5", false, LOG_WARN},
-        {"WARNING", false, LOG_WARN}, {"5x", false, LOG_WARN},  {" 5", false, LOG_WARN},
+        {"WARN5", false, LOG_WARN}, {"5x", false, LOG_WARN},  {" 5", false, LOG_WARN},
         {"INFO ", false, LOG_WARN}, {"verbose", false, LOG_WARN}, {"35", false, LOG_WARN},
     };
     for (const Case& c : cases) {
