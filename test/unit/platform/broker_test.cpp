@@ -143,8 +143,8 @@ TEST(BrokerRegistrationTest, CreatorReturningNullGivesNull)
 {
     BrokerRegistration& registry = BrokerRegistration::Get();
     const std::u16string descriptor = u"Tavik.Test.NullCreator";
-    ASSERT_TRUE(registry.Register(descriptor, [](const sptr<IRemoteObject>&) { return sptr<IRemoteBroker>(); },
-                                  nullptr));
+    ASSERT_TRUE(registry.Register(
+        descriptor, [](const sptr<IRemoteObject>&) { return sptr<IRemoteBroker>(); }, nullptr));
     EXPECT_EQ(registry.NewInstance(descriptor, sptr<IRemoteObject>(new IPCObjectStub())), nullptr);
     registry.Unregister(descriptor);
 }

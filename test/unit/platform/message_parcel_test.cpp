@@ -15,7 +15,8 @@ using Test::ParseWords;
 
 class FlaggedStub : public IPCObjectStub {
 public:
-    FlaggedStub(std::u16string descriptor, bool* destroyed) : IPCObjectStub(std::move(descriptor)), destroyed_(destroyed)
+    FlaggedStub(std::u16string descriptor, bool* destroyed)
+        : IPCObjectStub(std::move(descriptor)), destroyed_(destroyed)
     {
     }
     ~FlaggedStub() override { *destroyed_ = true; }

@@ -64,10 +64,8 @@ const std::vector<GoldenCase>& GoldenCases()
         // UTF-16 strings: length in code units, the units, one NUL unit, padding.
         {"u16string \"\"", [](MessageParcel& p) { return p.WriteString16(u""); }, "00000000 00000000"},
         {"u16string \"A\"", [](MessageParcel& p) { return p.WriteString16(u"A"); }, "01000000 41000000"},
-        {"u16string \"AB\"", [](MessageParcel& p) { return p.WriteString16(u"AB"); },
-         "02000000 41004200 00000000"},
-        {"u16string \"ABC\"", [](MessageParcel& p) { return p.WriteString16(u"ABC"); },
-         "03000000 41004200 43000000"},
+        {"u16string \"AB\"", [](MessageParcel& p) { return p.WriteString16(u"AB"); }, "02000000 41004200 00000000"},
+        {"u16string \"ABC\"", [](MessageParcel& p) { return p.WriteString16(u"ABC"); }, "03000000 41004200 43000000"},
         {"u16string U+00E9", [](MessageParcel& p) { return p.WriteString16(u"\u00e9"); }, "01000000 e9000000"},
         {"u16string surrogate pair U+1F600", [](MessageParcel& p) { return p.WriteString16(u"\U0001F600"); },
          "02000000 3dd800de 00000000"},
@@ -76,12 +74,20 @@ const std::vector<GoldenCase>& GoldenCases()
         // Vectors: count, then each element as its own item.
         {"string vector {}", [](MessageParcel& p) { return p.WriteStringVector({}); }, "00000000"},
         {"string vector {\"a\", \"\", \"abcd\"}",
-         [](MessageParcel& p) { return p.WriteStringVector({"a", "", "abcd"}); },
+         [](MessageParcel& p) {
+             return p.WriteStringVector({"a", "", "abcd"});
+         },
          "03000000 01000000 61000000 00000000 00000000 04000000 61626364 00000000"},
-        {"uint32 vector {1, 0xffffffff}", [](MessageParcel& p) { return p.WriteUInt32Vector({1, 0xffffffffu}); },
+        {"uint32 vector {1, 0xffffffff}",
+         [](MessageParcel& p) {
+             return p.WriteUInt32Vector({1, 0xffffffffu});
+         },
          "02000000 01000000 ffffffff"},
         {"uint32 vector {}", [](MessageParcel& p) { return p.WriteUInt32Vector({}); }, "00000000"},
-        {"int32 vector {-1, 2}", [](MessageParcel& p) { return p.WriteInt32Vector({-1, 2}); },
+        {"int32 vector {-1, 2}",
+         [](MessageParcel& p) {
+             return p.WriteInt32Vector({-1, 2});
+         },
          "02000000 ffffffff 02000000"},
         // Strong parcelables: presence, then the record's own fields.
         {"strong parcelable TestRecord{7, \"ab\", 9}",

@@ -45,9 +45,18 @@ std::vector<WriteOp> OneWriteOps()
         {"WriteString", [](MessageParcel& p) { return p.WriteString("abc"); }},
         {"WriteString16", [](MessageParcel& p) { return p.WriteString16(u"abc"); }},
         {"WriteBuffer", [](MessageParcel& p) { return p.WriteBuffer("abcde", 5); }},
-        {"WriteStringVector of 3", [](MessageParcel& p) { return p.WriteStringVector({"a", "b", "c"}); }},
-        {"WriteUInt32Vector of 3", [](MessageParcel& p) { return p.WriteUInt32Vector({1, 2, 3}); }},
-        {"WriteInt32Vector of 3", [](MessageParcel& p) { return p.WriteInt32Vector({1, 2, 3}); }},
+        {"WriteStringVector of 3",
+         [](MessageParcel& p) {
+             return p.WriteStringVector({"a", "b", "c"});
+         }},
+        {"WriteUInt32Vector of 3",
+         [](MessageParcel& p) {
+             return p.WriteUInt32Vector({1, 2, 3});
+         }},
+        {"WriteInt32Vector of 3",
+         [](MessageParcel& p) {
+             return p.WriteInt32Vector({1, 2, 3});
+         }},
         {"WriteStrongParcelable with 3 fields",
          [](MessageParcel& p) { return p.WriteStrongParcelable(new TestRecord(1, "ab", 2)); }},
         {"WriteStrongParcelable null", [](MessageParcel& p) { return p.WriteStrongParcelable(nullptr); }},
@@ -127,8 +136,14 @@ TEST_F(ParcelSeamTest, DirectMarshallingCountsEachField)
         FailWritesAfter(budget);
         EXPECT_EQ(record.Marshalling(parcel), budget == 3) << "budget " << budget;
         EXPECT_EQ(RemainingWrites(), 0) << "budget " << budget;
-        static const char* const prefixes[] = {"", "07000000", "07000000" "02000000" "61620000",
-                                               "07000000" "02000000" "61620000" "09000000"};
+        static const char* const prefixes[] = {"", "07000000",
+                                               "07000000"
+                                               "02000000"
+                                               "61620000",
+                                               "07000000"
+                                               "02000000"
+                                               "61620000"
+                                               "09000000"};
         EXPECT_EQ(ToHex(parcel), prefixes[budget]) << "budget " << budget;
         ResetWriteFailures();
     }

@@ -68,8 +68,7 @@ ItemCase MakeItem(std::string name, T value, T sentinel, ItemOps<T> ops)
 }
 
 const ItemOps<bool> kBool{[](Parcel& p, const bool& v) { return p.WriteBool(v); },
-                          [](Parcel& p) { return p.ReadBool(); },
-                          [](Parcel& p, bool& v) { return p.ReadBool(v); }};
+                          [](Parcel& p) { return p.ReadBool(); }, [](Parcel& p, bool& v) { return p.ReadBool(v); }};
 const ItemOps<int32_t> kInt32{[](Parcel& p, const int32_t& v) { return p.WriteInt32(v); },
                               [](Parcel& p) { return p.ReadInt32(); },
                               [](Parcel& p, int32_t& v) { return p.ReadInt32(v); }};
@@ -302,7 +301,7 @@ constexpr size_t kSmallAllocation = 4096;
 
 struct HostileCase {
     const char* name;
-    std::vector<uint32_t> words;  // the whole parcel, word by word
+    std::vector<uint32_t> words;        // the whole parcel, word by word
     std::function<bool(Parcel&)> read;  // true when the read (correctly) failed
 };
 
@@ -465,9 +464,18 @@ TEST(ParcelCapacityTest, WriteOverCapacityWritesNothing)
         {"string of 4 (NUL does not fit)", [](Parcel& p) { return p.WriteString("abcd"); }},
         {"u16string of 4", [](Parcel& p) { return p.WriteString16(u"abcd"); }},
         {"buffer of 9", [](Parcel& p) { return p.WriteBuffer("123456789", 9); }},
-        {"string vector of 2", [](Parcel& p) { return p.WriteStringVector({"a", "b"}); }},
-        {"uint32 vector of 2", [](Parcel& p) { return p.WriteUInt32Vector({1, 2}); }},
-        {"int32 vector of 2", [](Parcel& p) { return p.WriteInt32Vector({1, 2}); }},
+        {"string vector of 2",
+         [](Parcel& p) {
+             return p.WriteStringVector({"a", "b"});
+         }},
+        {"uint32 vector of 2",
+         [](Parcel& p) {
+             return p.WriteUInt32Vector({1, 2});
+         }},
+        {"int32 vector of 2",
+         [](Parcel& p) {
+             return p.WriteInt32Vector({1, 2});
+         }},
         {"strong parcelable", [](Parcel& p) { return p.WriteStrongParcelable(new TestRecord(1, "", 2)); }},
         {"parcelable pointer",
          [](Parcel& p) {
@@ -497,11 +505,19 @@ TEST(ParcelCapacityTest, CompositeWritesRollBack)
         std::function<bool(Parcel&)> write;
     };
     const std::vector<Case> cases = {
-        {"string vector", [](Parcel& p) { return p.WriteStringVector({"aaaa", "bbbb", "cccc"}); }},
-        {"uint32 vector", [](Parcel& p) { return p.WriteUInt32Vector({1, 2, 3, 4, 5}); }},
-        {"int32 vector", [](Parcel& p) { return p.WriteInt32Vector({-1, -2, -3, -4, -5}); }},
-        {"strong parcelable",
-         [](Parcel& p) { return p.WriteStrongParcelable(new TestRecord(5, "abcdefg", 6)); }},
+        {"string vector",
+         [](Parcel& p) {
+             return p.WriteStringVector({"aaaa", "bbbb", "cccc"});
+         }},
+        {"uint32 vector",
+         [](Parcel& p) {
+             return p.WriteUInt32Vector({1, 2, 3, 4, 5});
+         }},
+        {"int32 vector",
+         [](Parcel& p) {
+             return p.WriteInt32Vector({-1, -2, -3, -4, -5});
+         }},
+        {"strong parcelable", [](Parcel& p) { return p.WriteStrongParcelable(new TestRecord(5, "abcdefg", 6)); }},
     };
     for (const Case& c : cases) {
         Parcel sizing;

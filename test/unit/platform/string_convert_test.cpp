@@ -78,7 +78,9 @@ TEST(StringConvertTest, IllFormedUtf8YieldsEmpty)
         {"lone continuation byte", "\x80"},
         {"truncated two-byte", "\xc3"},
         {"truncated at the end of valid text", "abc\xe6\x97"},
-        {"two-byte lead then ASCII", "\xc3" "a"},
+        {"two-byte lead then ASCII",
+         "\xc3"
+         "a"},
         {"overlong slash (two bytes)", "\xc0\xaf"},
         {"overlong NUL", "\xc0\x80"},
         {"overlong three-byte", "\xe0\x80\xaf"},

@@ -54,7 +54,7 @@ private:
 struct FormatCase {
     const char* name;
     std::function<void()> print;
-    const char* expected;
+    std::string expected;
 };
 
 #define LOG_LINE(...) TralogPrint(LOG_CORE, LOG_INFO, kDomain, kTag, __VA_ARGS__)
@@ -79,6 +79,11 @@ const std::vector<FormatCase>& FormatCases()
          "<private> 7 <private> z"},
         {"mixed widths", [] { LOG_LINE("%{public}zu %{private}lu %{public}lu", size_t{1}, 2ul, 3ul); },
          "1 <private> 3"},
+        {"width and precision", [] { LOG_LINE("%{public}5d|%{public}.2s|%{public}-3u|", 7, "abc", 1u); },
+         "    7|ab|1  |"},
+        {"hex and char", [] { LOG_LINE("%{public}x %{public}c", 255, 'A'); }, "ff A"},
+        {"long public string", [] { LOG_LINE("<%{public}s>", std::string(5000, 'q').c_str()); },
+         "<" + std::string(5000, 'q') + ">"},
         {"the library's prefix",
          [] {
              LOG_LINE("[%{public}s:%{public}d]%{public}s# create:device = %{public}s", "ability_filter", 58,
@@ -278,12 +283,12 @@ TEST(LogLevelTest, ParseLogLevel)
         LogLevel level;
     };
     const Case cases[] = {
-        {"DEBUG", true, LOG_DEBUG}, {"debug", true, LOG_DEBUG}, {"Info", true, LOG_INFO},
-        {"WARN", true, LOG_WARN},   {"error", true, LOG_ERROR}, {"FATAL", true, LOG_FATAL},
-        {"3", true, LOG_DEBUG},     {"4", true, LOG_INFO},      {"5", true, LOG_WARN},
-        {"6", true, LOG_ERROR},     {"7", true, LOG_FATAL},     {"", false, LOG_WARN},
-        {"2", false, LOG_WARN},     {"8", false, LOG_WARN},     {"-5", false, LOG_WARN},
-        {"WARN5", false, LOG_WARN}, {"5x", false, LOG_WARN},  {" 5", false, LOG_WARN},
+        {"DEBUG", true, LOG_DEBUG}, {"debug", true, LOG_DEBUG},   {"Info", true, LOG_INFO},
+        {"WARN", true, LOG_WARN},   {"error", true, LOG_ERROR},   {"FATAL", true, LOG_FATAL},
+        {"3", true, LOG_DEBUG},     {"4", true, LOG_INFO},        {"5", true, LOG_WARN},
+        {"6", true, LOG_ERROR},     {"7", true, LOG_FATAL},       {"", false, LOG_WARN},
+        {"2", false, LOG_WARN},     {"8", false, LOG_WARN},       {"-5", false, LOG_WARN},
+        {"WARN5", false, LOG_WARN}, {"5x", false, LOG_WARN},      {" 5", false, LOG_WARN},
         {"INFO ", false, LOG_WARN}, {"verbose", false, LOG_WARN}, {"35", false, LOG_WARN},
     };
     for (const Case& c : cases) {
