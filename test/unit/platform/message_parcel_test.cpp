@@ -86,6 +86,18 @@ TEST(MessageParcelObjectTest, RefusedWriteAddsNoObject)
     EXPECT_EQ(parcel.GetDataSize(), 4u);
 }
 
+TEST(MessageParcelObjectTest, TableIsBounded)
+{
+    sptr<IRemoteObject> stub(new IPCObjectStub(u"s"));
+    MessageParcel parcel;
+    for (int i = 0; i < 1024; ++i) {
+        ASSERT_TRUE(parcel.WriteRemoteObject(stub)) << i;
+    }
+    EXPECT_FALSE(parcel.WriteRemoteObject(stub));
+    EXPECT_EQ(parcel.GetObjectCount(), 1024u);
+    EXPECT_EQ(parcel.GetDataSize(), 1024u * 4);
+}
+
 TEST(MessageParcelObjectTest, ObjectsReadBackInOrder)
 {
     sptr<IRemoteObject> a(new IPCObjectStub(u"a"));

@@ -4,7 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <fstream>
 #include <functional>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -121,6 +124,13 @@ const std::vector<GoldenCase>& GoldenCases()
                     p.WriteRemoteObject(sptr<IRemoteObject>(new IPCObjectStub(u"b")));
          },
          "00000000 01000000"},
+        {"int32 42, then objects B, A, B",
+         [](MessageParcel& p) {
+             sptr<IRemoteObject> a(new IPCObjectStub(u"A"));
+             sptr<IRemoteObject> b(new IPCObjectStub(u"B"));
+             return p.WriteInt32(42) && p.WriteRemoteObject(b) && p.WriteRemoteObject(a) && p.WriteRemoteObject(b);
+         },
+         "2a000000 00000000 01000000 02000000"},
         // Items follow each other with no gaps: every item starts on a word.
         {"int32, string \"abcde\", bool, int64",
          [](MessageParcel& p) {
@@ -157,6 +167,63 @@ TEST(ParcelGoldenTest, RemoteObjectIndexNamesTableSlot)
     EXPECT_EQ(parcel.GetObjects()[0], second);
     EXPECT_EQ(parcel.GetObjects()[1], first);
     EXPECT_EQ(parcel.GetObjects()[2], second);
+}
+
+// The hex examples of docs/wire-format.md: the contents of its ```hex
+// blocks, comments after '#' dropped, consecutive lines joined into one
+// example, examples separated by blank lines.
+std::vector<std::string> DocumentExamples(const std::string& path)
+{
+    std::ifstream in(path);
+    std::vector<std::string> examples;
+    std::string line;
+    bool inBlock = false;
+    std::string current;
+    auto flush = [&] {
+        if (!current.empty()) {
+            examples.push_back(current);
+            current.clear();
+        }
+    };
+    while (std::getline(in, line)) {
+        if (line.rfind("```", 0) == 0) {
+            flush();
+            inBlock = !inBlock && line == "```hex";
+            continue;
+        }
+        if (!inBlock) {
+            continue;
+        }
+        std::string hex = CompactHex(line.substr(0, line.find('#')));
+        if (hex.empty()) {
+            flush();
+        } else {
+            current += hex;
+        }
+    }
+    flush();
+    return examples;
+}
+
+TEST(ParcelGoldenTest, DocumentExamplesAreGolden)
+{
+    const std::string here = __FILE__;
+    const size_t root = here.rfind("/test/unit/platform/");
+    ASSERT_NE(root, std::string::npos) << "cannot locate the source tree from " << here;
+    const std::string path = here.substr(0, root) + "/docs/wire-format.md";
+
+    std::set<std::string> golden;
+    for (const GoldenCase& c : GoldenCases()) {
+        MessageParcel parcel;
+        ASSERT_TRUE(c.write(parcel)) << c.name;
+        golden.insert(ToHex(parcel));
+    }
+    std::vector<std::string> examples = DocumentExamples(path);
+    EXPECT_GE(examples.size(), 30u) << "too few hex examples found in " << path;
+    for (const std::string& example : examples) {
+        EXPECT_EQ(example.find_first_not_of("0123456789abcdef"), std::string::npos) << "not hex: " << example;
+        EXPECT_EQ(golden.count(example), 1u) << "example in " << path << " matches no golden entry: " << example;
+    }
 }
 
 }  // namespace

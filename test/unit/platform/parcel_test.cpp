@@ -294,6 +294,41 @@ TEST(ParcelBufferTest, MoveTransfersDataAndPosition)
     EXPECT_EQ(assigned.GetReadPosition(), 12u);
 }
 
+TEST(ParcelReadRulesTest, BoolIsAnyNonZeroInt32)
+{
+    Parcel parcel;
+    ASSERT_TRUE(ParseWords(parcel, {2, 0x80000000, 0}));
+    EXPECT_TRUE(parcel.ReadBool());
+    bool value = false;
+    EXPECT_TRUE(parcel.ReadBool(value));
+    EXPECT_TRUE(value);
+    EXPECT_FALSE(parcel.ReadBool());
+}
+
+TEST(ParcelReadRulesTest, StringNeedsItsTerminator)
+{
+    Parcel parcel;
+    ASSERT_TRUE(ParseWords(parcel, {1, 0x00006261}));  // length 1, then 'a' 'b': no NUL after 'a'
+    std::string out = "kept";
+    EXPECT_FALSE(parcel.ReadString(out));
+    EXPECT_EQ(out, "kept");
+    Parcel wide;
+    ASSERT_TRUE(ParseWords(wide, {1, 0x00420041}));  // length 1, then u'A' u'B'
+    std::u16string out16 = u"kept";
+    EXPECT_FALSE(wide.ReadString16(out16));
+    EXPECT_EQ(out16, u"kept");
+}
+
+// The last item may come without its padding; the read stops at the end.
+TEST(ParcelReadRulesTest, LastItemMayLackPadding)
+{
+    const uint8_t bytes[] = {0x01, 0x00, 0x00, 0x00, 'a', 0x00};
+    Parcel parcel;
+    ASSERT_TRUE(parcel.ParseFrom(bytes, sizeof(bytes)));
+    EXPECT_EQ(parcel.ReadString(), "a");
+    EXPECT_EQ(parcel.GetReadPosition(), sizeof(bytes));
+}
+
 // --- hostile input ----------------------------------------------------------
 
 // Any read of a 64-byte parcel may allocate at most a few small blocks.
