@@ -76,7 +76,8 @@ TEST(RefBaseTest, LastStrongReferenceDestroys)
     }
     EXPECT_FALSE(destroyed);
     EXPECT_EQ(first->GetSptrRefCount(), 1);
-    first = first;  // self-assignment must not drop the last reference
+    sptr<Flagged>& alias = first;
+    first = alias;  // self-assignment must not drop the last reference
     EXPECT_FALSE(destroyed);
     first = nullptr;
     EXPECT_TRUE(destroyed);
