@@ -1,0 +1,200 @@
+// Simulator: the world and every registration of the reference service,
+// with the logic that answers requests and turns world changes into
+// callbacks.
+//
+// Lifetime and threads: a Simulator is a resource type owned by
+// std::shared_ptr (the stubs and the death recipients hold it; recipients
+// only weakly). Every public method may be called from any thread. One
+// mutex guards the world and the registration tables; callbacks are never
+// sent while it is held, so a handler may call the service back (in process
+// it runs on the very thread that changed the world). Callbacks are sent
+// synchronously, in the order the change produced them, before the method
+// returns; events of two concurrent changes may interleave, and a listener
+// removed while its event is on the way may still receive that one event.
+#ifndef SYNTAVO_SIM_SIMULATOR_H
+#define SYNTAVO_SIM_SIMULATOR_H
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "iremote_object.h"
+#include "refbase.h"
+#include "world.h"
+
+namespace Tavik {
+namespace Syntavo {
+
+class AbilityFilter;
+class DeviceFilter;
+class DeviceInfo;
+class ServiceFilter;
+
+namespace Sim {
+
+// How many registrations of each kind are held; for `sim registrations`,
+// the tests and the logs.
+struct RegistrationCounts {
+    size_t abilityListeners = 0;
+    size_t serviceFilterListeners = 0;
+    size_t serviceChangedCallbacks = 0;
+    size_t detectSessions = 0;
+    size_t deliverCallbacks = 0;
+    size_t dialogCallbacks = 0;
+    size_t serviceRequests = 0;
+    size_t keyMouseCallbacks = 0;
+    // Remote objects with a death recipient attached.
+    size_t watchedClients = 0;
+};
+
+// A device with the abilities of it that passed an ability-filter query.
+struct AbilityMatch {
+    Device device;
+    std::vector<Ability> abilities;
+};
+
+class Simulator : public std::enable_shared_from_this<Simulator> {
+public:
+    // Identifies the client behind the current request, for the one request
+    // that names nothing to remove (UnregisterServiceChangedCallback). The
+    // default provider gives every caller the same key.
+    using CallerKeyProvider = std::function<uint64_t()>;
+
+    static std::shared_ptr<Simulator> Create(World world);
+    ~Simulator();
+    Simulator(const Simulator&) = delete;
+    Simulator& operator=(const Simulator&) = delete;
+
+    void SetCallerKeyProvider(CallerKeyProvider provider);
+
+    // --- queries --------------------------------------------------------
+    LocalDevice Local() const;
+    // Online and ready devices, in world order.
+    std::vector<Device> OnlineDevices() const;
+    // Online devices that pass at least one filter, each with the abilities
+    // that passed; see AbilityPasses. Null filters are skipped.
+    std::vector<AbilityMatch> DevicesWithAbilities(const std::vector<sptr<AbilityFilter>>& filters) const;
+    // Online devices for which filter.IsMatch(services, device) holds.
+    std::vector<Device> DevicesByServiceFilter(ServiceFilter& filter) const;
+    // Online devices whose type and account type both pass the filter.
+    // Also opens a detect session: the callback gets FOUND and LOST events
+    // for devices that pass the filter until its client dies (the oldest
+    // session is dropped when the table is full).
+    std::vector<Device> DevicesByDeviceFilter(const sptr<DeviceFilter>& filter,
+                                              const sptr<IRemoteObject>& detectCallback);
+    // By udid or network id, whether online or not.
+    bool FindDevice(const std::string& id, Device& device) const;
+    World Snapshot() const;
+    RegistrationCounts Registrations() const;
+    std::string RegistrationsJson() const;
+    bool KeyMouseEdgeSwitch() const;
+    bool BindKeymouseService() const;
+
+    // --- registrations (service requests) -------------------------------
+    // (status, listener id); ids start at 1 and are never reused.
+    std::pair<int32_t, uint32_t> AddAbilityListener(const sptr<AbilityFilter>& filter, const std::string& extra,
+                                                    const sptr<IRemoteObject>& callback);
+    std::pair<int32_t, uint32_t> AddServiceFilterListener(const sptr<ServiceFilter>& filter, const std::string& extra,
+                                                          const sptr<IRemoteObject>& callback);
+    int32_t RemoveAbilityListener(uint32_t listenerId);
+    int32_t RemoveServiceFilterListener(uint32_t listenerId);
+    int32_t AddServiceChangedCallback(const sptr<IRemoteObject>& callback);
+    // Removes the current caller's service-changed callbacks; SIM_OK even
+    // when there were none.
+    int32_t RemoveServiceChangedCallbacks();
+    int32_t AddDeliverCallback(int32_t deliverCode, const sptr<IRemoteObject>& callback);
+    int32_t AddDialogCallback(const sptr<IRemoteObject>& callback);
+    // Answers through every dialog callback with the world's dialog reply.
+    int32_t NotifyDialogEvent(const std::string& dialogEvent);
+    // Replaces an earlier request of the package; sends REQUESTED to the
+    // callback before returning.
+    int32_t RequestService(const std::string& pkgName, const sptr<IRemoteObject>& callback);
+    // Sends WITHDRAWN to the request's callback.
+    int32_t UnRequestService(const std::string& pkgName);
+    int32_t AddKeyMouseCallback(const std::string& callerId, const sptr<IRemoteObject>& callback);
+    int32_t RemoveKeyMouseCallback(const std::string& callerId);
+    void SetKeyMouseEdgeSwitch(bool on);
+    void SetBindKeymouseService(bool bind);
+
+    // --- world changes (control requests) -------------------------------
+    // Each returns a SimStatus and fills `detail` with one sentence for the
+    // user (what changed, how many callbacks were sent, or what is wrong).
+    int32_t SetDeviceState(const std::string& id, DeviceState state, std::string& detail);
+    int32_t AddDevice(const Device& device, std::string& detail);
+    int32_t RemoveDevice(const std::string& id, std::string& detail);
+    int32_t SetDynamicInfo(const std::string& id, const std::string& key, const std::string& value,
+                           std::string& detail);
+    // Empty `ids`: every online device.
+    int32_t NotifyServiceChange(int32_t event, const std::vector<std::string>& ids, std::string& detail);
+    int32_t Deliver(bool allCodes, int32_t deliverCode, const std::string& info, std::string& detail);
+    // Empty `pkgName`: every request.
+    int32_t PublishResult(const std::string& pkgName, uint32_t eventCode, uint32_t resultCode, std::string& detail);
+    int32_t DialogReply(const std::string& reply, std::string& detail);
+    int32_t SendDetectEvent(const std::string& id, int32_t event, std::string& detail);
+    // Replaces local device and devices (no events); registrations stay.
+    int32_t LoadWorld(const World& world, std::string& detail);
+
+    // Drops every registration whose callback is `object`; the death
+    // recipients call it when a client process goes away.
+    void DropClient(const IRemoteObject* object);
+
+private:
+    struct Listener;
+    struct DetectSession;
+    struct CallbackEntry;
+    struct Watch;
+    using Notifications = std::vector<std::function<void()>>;
+
+    explicit Simulator(World world);
+
+    uint64_t CallerKey() const;
+    // Under mutex_: count of the object's registrations went from 0 to 1.
+    // Returns the recipient to attach once the lock is released (null when
+    // the object is already watched).
+    sptr<IRemoteObject::DeathRecipient> RetainLocked(const sptr<IRemoteObject>& object);
+    // Under mutex_: the count dropped; returns the recipient to detach when
+    // it reached 0.
+    sptr<IRemoteObject::DeathRecipient> ReleaseLocked(const IRemoteObject* object);
+    void Attach(const sptr<IRemoteObject>& object, const sptr<IRemoteObject::DeathRecipient>& recipient);
+    void Detach(const sptr<IRemoteObject>& object, const sptr<IRemoteObject::DeathRecipient>& recipient);
+    size_t TotalRegistrationsLocked() const;
+    RegistrationCounts RegistrationsLocked() const;
+
+    // Under mutex_: the callbacks for one device's change of state.
+    void DeviceEventsLocked(const Device& device, DeviceState from, DeviceState to, Notifications& out);
+    static void Run(Notifications& notifications);
+
+    mutable std::mutex mutex_;
+    World world_;
+    uint32_t nextListenerId_ = 1;
+    std::vector<Listener> listeners_;
+    std::vector<DetectSession> detectSessions_;
+    std::vector<CallbackEntry> serviceChanged_;
+    std::vector<CallbackEntry> deliver_;
+    std::vector<CallbackEntry> dialog_;
+    std::map<std::string, sptr<IRemoteObject>> serviceRequests_;
+    std::map<std::string, sptr<IRemoteObject>> keyMouse_;
+    std::map<const IRemoteObject*, Watch> watches_;
+    bool keyMouseEdgeSwitch_ = false;
+    bool bindKeymouseService_ = false;
+    CallerKeyProvider callerKey_;
+};
+
+// Whether a device offering `ability` passes `filter`: every non-empty
+// string field of the filter (bundle name, ability type, description,
+// action) equals the ability's, and a non-zero device type or account type
+// equals the device's. A filter whose fields are all empty and zero passes
+// every device, with or without abilities.
+bool AbilityPasses(const AbilityFilter& filter, const Device& device, const Ability& ability);
+bool DevicePassesAbilityFilter(const AbilityFilter& filter, const Device& device);
+
+}  // namespace Sim
+}  // namespace Syntavo
+}  // namespace Tavik
+
+#endif  // SYNTAVO_SIM_SIMULATOR_H

@@ -1,0 +1,1026 @@
+#include "simulator.h"
+
+#include <algorithm>
+
+#include <nlohmann/json.hpp>
+
+#include "ability_filter.h"
+#include "callback_sender.h"
+#include "device_filter.h"
+#include "device_info.h"
+#include "device_service_info.h"
+#include "publish_event_info.h"
+#include "record_convert.h"
+#include "service_filter.h"
+#include "sim_log.h"
+#include "sim_status.h"
+
+namespace Tavik {
+namespace Syntavo {
+namespace Sim {
+
+struct Simulator::Listener {
+    uint32_t id;
+    bool byServiceFilter;
+    sptr<AbilityFilter> abilityFilter;
+    sptr<ServiceFilter> serviceFilter;
+    std::string extra;
+    sptr<IRemoteObject> callback;
+};
+
+struct Simulator::DetectSession {
+    sptr<DeviceFilter> filter;
+    sptr<IRemoteObject> callback;
+};
+
+struct Simulator::CallbackEntry {
+    sptr<IRemoteObject> callback;
+    // The caller key for service-changed callbacks, the deliver code for
+    // deliver callbacks; unused for dialog callbacks.
+    int64_t key;
+};
+
+// Counts the registrations that hold one remote object, so that its death
+// recipient is attached once and detached with the last registration.
+struct Simulator::Watch {
+    size_t refs = 0;
+    // Null for in-process objects, which never die.
+    sptr<IRemoteObject::DeathRecipient> recipient;
+};
+
+namespace {
+
+// Holds the Simulator weakly: a recipient that outlives the service (the
+// transport may keep it until the proxy goes) does nothing.
+class ClientDeathRecipient : public IRemoteObject::DeathRecipient {
+public:
+    explicit ClientDeathRecipient(std::weak_ptr<Simulator> simulator) : simulator_(std::move(simulator)) {}
+
+    void OnRemoteDied(const wptr<IRemoteObject>& object) override
+    {
+        if (std::shared_ptr<Simulator> simulator = simulator_.lock()) {
+            SIM_LOGI("client died; dropping its registrations");
+            simulator->DropClient(object.GetRefPtr());
+        }
+    }
+
+private:
+    std::weak_ptr<Simulator> simulator_;
+};
+
+bool HasAbilityFields(const AbilityFilter& filter)
+{
+    return !filter.GetBundleName().empty() || !filter.GetAbilityType().empty() ||
+           !filter.GetAbilityDescription().empty() || !filter.GetAction().empty();
+}
+
+bool TypesPass(const AbilityFilter& filter, const Device& device)
+{
+    return (filter.GetDeviceType() == 0 || filter.GetDeviceType() == device.type) &&
+           (filter.GetAccountType() == 0 || filter.GetAccountType() == device.accountType);
+}
+
+bool FieldPasses(const std::string& wanted, const std::string& offered)
+{
+    return wanted.empty() || wanted == offered;
+}
+
+bool ServiceFilterPasses(ServiceFilter& filter, const Device& device)
+{
+    return filter.IsMatch(std::make_shared<std::vector<std::string>>(device.services), ToDeviceInfo(device));
+}
+
+bool DeviceFilterPasses(DeviceFilter& filter, const Device& device)
+{
+    return filter.isDeviceTypeMatch(device.type) && filter.isAccountTypeMatch(device.accountType);
+}
+
+std::string Describe(const Device& device)
+{
+    return device.name + " (" + device.udid + ")";
+}
+
+std::string Sent(size_t count)
+{
+    return "; sent " + std::to_string(count) + (count == 1 ? " callback" : " callbacks");
+}
+
+template <typename T>
+void EraseIf(std::vector<T>& items, const std::function<bool(const T&)>& predicate,
+             std::vector<sptr<IRemoteObject>>& released)
+{
+    auto keep = std::stable_partition(items.begin(), items.end(), [&](const T& item) { return !predicate(item); });
+    for (auto it = keep; it != items.end(); ++it) {
+        released.push_back(it->callback);
+    }
+    items.erase(keep, items.end());
+}
+
+}  // namespace
+
+bool AbilityPasses(const AbilityFilter& filter, const Device& device, const Ability& ability)
+{
+    return TypesPass(filter, device) && FieldPasses(filter.GetBundleName(), ability.bundleName) &&
+           FieldPasses(filter.GetAbilityType(), ability.abilityType) &&
+           FieldPasses(filter.GetAbilityDescription(), ability.description) &&
+           FieldPasses(filter.GetAction(), ability.action);
+}
+
+bool DevicePassesAbilityFilter(const AbilityFilter& filter, const Device& device)
+{
+    if (!TypesPass(filter, device)) {
+        return false;
+    }
+    if (!HasAbilityFields(filter)) {
+        return true;
+    }
+    return std::any_of(device.abilities.begin(), device.abilities.end(),
+                       [&](const Ability& ability) { return AbilityPasses(filter, device, ability); });
+}
+
+std::shared_ptr<Simulator> Simulator::Create(World world)
+{
+    return std::shared_ptr<Simulator>(new Simulator(std::move(world)));
+}
+
+Simulator::Simulator(World world) : world_(std::move(world)) {}
+
+Simulator::~Simulator() = default;
+
+void Simulator::SetCallerKeyProvider(CallerKeyProvider provider)
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    callerKey_ = std::move(provider);
+}
+
+uint64_t Simulator::CallerKey() const
+{
+    CallerKeyProvider provider;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        provider = callerKey_;
+    }
+    return provider ? provider() : 0;
+}
+
+// --- death watch ------------------------------------------------------------
+
+sptr<IRemoteObject::DeathRecipient> Simulator::RetainLocked(const sptr<IRemoteObject>& object)
+{
+    Watch& watch = watches_[object.GetRefPtr()];
+    if (watch.refs++ > 0 || !object->IsProxyObject()) {
+        return nullptr;
+    }
+    watch.recipient = new (std::nothrow) ClientDeathRecipient(weak_from_this());
+    return watch.recipient;
+}
+
+sptr<IRemoteObject::DeathRecipient> Simulator::ReleaseLocked(const IRemoteObject* object)
+{
+    auto it = watches_.find(object);
+    if (it == watches_.end() || --it->second.refs > 0) {
+        return nullptr;
+    }
+    sptr<IRemoteObject::DeathRecipient> recipient = it->second.recipient;
+    watches_.erase(it);
+    return recipient;
+}
+
+void Simulator::Attach(const sptr<IRemoteObject>& object, const sptr<IRemoteObject::DeathRecipient>& recipient)
+{
+    if (recipient == nullptr) {
+        return;
+    }
+    // Outside mutex_: a transport may run recipients under its own lock.
+    if (!object->AddDeathRecipient(recipient)) {
+        SIM_LOGW("client is already gone; dropping its registrations");
+        DropClient(object.GetRefPtr());
+    }
+}
+
+void Simulator::Detach(const sptr<IRemoteObject>& object, const sptr<IRemoteObject::DeathRecipient>& recipient)
+{
+    if (recipient != nullptr && object != nullptr) {
+        object->RemoveDeathRecipient(recipient);
+    }
+}
+
+void Simulator::DropClient(const IRemoteObject* object)
+{
+    // Declared before the lock so that the last references go after it is
+    // released: dropping a proxy may talk to the transport.
+    std::vector<sptr<IRemoteObject>> released;
+    size_t before = 0;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        before = TotalRegistrationsLocked();
+        auto same = [object](const auto& entry) { return entry.callback.GetRefPtr() == object; };
+        EraseIf<Listener>(listeners_, same, released);
+        EraseIf<DetectSession>(detectSessions_, same, released);
+        EraseIf<CallbackEntry>(serviceChanged_, same, released);
+        EraseIf<CallbackEntry>(deliver_, same, released);
+        EraseIf<CallbackEntry>(dialog_, same, released);
+        for (auto* table : {&serviceRequests_, &keyMouse_}) {
+            for (auto it = table->begin(); it != table->end();) {
+                if (it->second.GetRefPtr() == object) {
+                    released.push_back(it->second);
+                    it = table->erase(it);
+                } else {
+                    ++it;
+                }
+            }
+        }
+        watches_.erase(object);
+        SIM_LOGI("dropped %{public}zu registrations of a client", before - TotalRegistrationsLocked());
+    }
+}
+
+size_t Simulator::TotalRegistrationsLocked() const
+{
+    return listeners_.size() + detectSessions_.size() + serviceChanged_.size() + deliver_.size() + dialog_.size() +
+           serviceRequests_.size() + keyMouse_.size();
+}
+
+// --- queries ----------------------------------------------------------------
+
+LocalDevice Simulator::Local() const
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    return world_.local;
+}
+
+std::vector<Device> Simulator::OnlineDevices() const
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<Device> result;
+    for (const Device& device : world_.devices) {
+        if (device.IsOnline()) {
+            result.push_back(device);
+        }
+    }
+    return result;
+}
+
+std::vector<AbilityMatch> Simulator::DevicesWithAbilities(const std::vector<sptr<AbilityFilter>>& filters) const
+{
+    std::vector<AbilityMatch> result;
+    for (const Device& device : OnlineDevices()) {
+        bool passes = false;
+        AbilityMatch match{device, {}};
+        for (const sptr<AbilityFilter>& filter : filters) {
+            if (filter != nullptr && DevicePassesAbilityFilter(*filter, device)) {
+                passes = true;
+            }
+        }
+        if (!passes) {
+            continue;
+        }
+        for (const Ability& ability : device.abilities) {
+            bool wanted = std::any_of(filters.begin(), filters.end(), [&](const sptr<AbilityFilter>& filter) {
+                return filter != nullptr && AbilityPasses(*filter, device, ability);
+            });
+            if (wanted) {
+                match.abilities.push_back(ability);
+            }
+        }
+        result.push_back(std::move(match));
+    }
+    return result;
+}
+
+std::vector<Device> Simulator::DevicesByServiceFilter(ServiceFilter& filter) const
+{
+    std::vector<Device> result;
+    for (const Device& device : OnlineDevices()) {
+        if (ServiceFilterPasses(filter, device)) {
+            result.push_back(device);
+        }
+    }
+    return result;
+}
+
+std::vector<Device> Simulator::DevicesByDeviceFilter(const sptr<DeviceFilter>& filter,
+                                                     const sptr<IRemoteObject>& detectCallback)
+{
+    std::vector<Device> result;
+    if (filter == nullptr) {
+        return result;
+    }
+    for (const Device& device : OnlineDevices()) {
+        if (DeviceFilterPasses(*filter, device)) {
+            result.push_back(device);
+        }
+    }
+    if (detectCallback == nullptr) {
+        return result;
+    }
+    std::vector<sptr<IRemoteObject>> released;
+    sptr<IRemoteObject::DeathRecipient> attach;
+    sptr<IRemoteObject::DeathRecipient> detach;
+    sptr<IRemoteObject> oldest;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (detectSessions_.size() >= MAX_REGISTRATIONS) {
+            // Sessions have no removal request; the oldest gives way.
+            oldest = detectSessions_.front().callback;
+            released.push_back(oldest);
+            detectSessions_.erase(detectSessions_.begin());
+            detach = ReleaseLocked(oldest.GetRefPtr());
+        }
+        detectSessions_.push_back({filter, detectCallback});
+        attach = RetainLocked(detectCallback);
+    }
+    Detach(oldest, detach);
+    Attach(detectCallback, attach);
+    return result;
+}
+
+bool Simulator::FindDevice(const std::string& id, Device& device) const
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    int index = Sim::FindDevice(world_, id);
+    if (index < 0) {
+        return false;
+    }
+    device = world_.devices[static_cast<size_t>(index)];
+    return true;
+}
+
+World Simulator::Snapshot() const
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    return world_;
+}
+
+RegistrationCounts Simulator::Registrations() const
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    return RegistrationsLocked();
+}
+
+RegistrationCounts Simulator::RegistrationsLocked() const
+{
+    RegistrationCounts counts;
+    for (const Listener& listener : listeners_) {
+        ++(listener.byServiceFilter ? counts.serviceFilterListeners : counts.abilityListeners);
+    }
+    counts.serviceChangedCallbacks = serviceChanged_.size();
+    counts.detectSessions = detectSessions_.size();
+    counts.deliverCallbacks = deliver_.size();
+    counts.dialogCallbacks = dialog_.size();
+    counts.serviceRequests = serviceRequests_.size();
+    counts.keyMouseCallbacks = keyMouse_.size();
+    counts.watchedClients = static_cast<size_t>(std::count_if(
+        watches_.begin(), watches_.end(), [](const auto& entry) { return entry.second.recipient != nullptr; }));
+    return counts;
+}
+
+std::string Simulator::RegistrationsJson() const
+{
+    using nlohmann::json;
+    std::lock_guard<std::mutex> lock(mutex_);
+    RegistrationCounts counts = RegistrationsLocked();
+    json listeners = json::array();
+    for (const Listener& listener : listeners_) {
+        json entry{{"id", listener.id},
+                   {"kind", listener.byServiceFilter ? "serviceFilter" : "abilityFilter"},
+                   {"extra", listener.extra}};
+        if (listener.byServiceFilter) {
+            entry["serviceName"] = listener.serviceFilter->GetServiceName();
+            entry["deviceTypes"] = listener.serviceFilter->GetDeviceType();
+        } else {
+            entry["bundleName"] = listener.abilityFilter->GetBundleName();
+            entry["abilityType"] = listener.abilityFilter->GetAbilityType();
+            entry["deviceType"] = listener.abilityFilter->GetDeviceType();
+            entry["accountType"] = listener.abilityFilter->GetAccountType();
+        }
+        listeners.push_back(entry);
+    }
+    json requests = json::array();
+    for (const auto& request : serviceRequests_) {
+        requests.push_back(request.first);
+    }
+    json keyMouse = json::array();
+    for (const auto& entry : keyMouse_) {
+        keyMouse.push_back(entry.first);
+    }
+    json deliverCodes = json::array();
+    for (const CallbackEntry& entry : deliver_) {
+        deliverCodes.push_back(entry.key);
+    }
+    json value{{"listeners", listeners},
+               {"abilityListeners", counts.abilityListeners},
+               {"serviceFilterListeners", counts.serviceFilterListeners},
+               {"serviceChangedCallbacks", counts.serviceChangedCallbacks},
+               {"detectSessions", counts.detectSessions},
+               {"deliverCallbacks", counts.deliverCallbacks},
+               {"deliverCodes", deliverCodes},
+               {"dialogCallbacks", counts.dialogCallbacks},
+               {"serviceRequests", requests},
+               {"keyMouseCallers", keyMouse},
+               {"keyMouseEdgeSwitch", keyMouseEdgeSwitch_},
+               {"bindKeymouseService", bindKeymouseService_},
+               {"watchedClients", counts.watchedClients}};
+    return value.dump(2, ' ', false, json::error_handler_t::replace);
+}
+
+bool Simulator::KeyMouseEdgeSwitch() const
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    return keyMouseEdgeSwitch_;
+}
+
+bool Simulator::BindKeymouseService() const
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    return bindKeymouseService_;
+}
+
+// --- registrations ----------------------------------------------------------
+
+std::pair<int32_t, uint32_t> Simulator::AddAbilityListener(const sptr<AbilityFilter>& filter, const std::string& extra,
+                                                           const sptr<IRemoteObject>& callback)
+{
+    if (filter == nullptr) {
+        return {SIM_ERR_INVALID_ARGUMENT, 0};
+    }
+    if (callback == nullptr) {
+        return {SIM_ERR_NULL_CALLBACK, 0};
+    }
+    uint32_t id = 0;
+    sptr<IRemoteObject::DeathRecipient> attach;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (listeners_.size() >= MAX_REGISTRATIONS) {
+            return {SIM_ERR_TOO_MANY_REGISTRATIONS, 0};
+        }
+        id = nextListenerId_++;
+        if (nextListenerId_ == 0) {
+            nextListenerId_ = 1;
+        }
+        listeners_.push_back({id, false, filter, nullptr, extra, callback});
+        attach = RetainLocked(callback);
+    }
+    Attach(callback, attach);
+    SIM_LOGI("ability-filter listener %{public}u registered", id);
+    return {SIM_OK, id};
+}
+
+std::pair<int32_t, uint32_t> Simulator::AddServiceFilterListener(const sptr<ServiceFilter>& filter,
+                                                                 const std::string& extra,
+                                                                 const sptr<IRemoteObject>& callback)
+{
+    if (filter == nullptr) {
+        return {SIM_ERR_INVALID_ARGUMENT, 0};
+    }
+    if (callback == nullptr) {
+        return {SIM_ERR_NULL_CALLBACK, 0};
+    }
+    uint32_t id = 0;
+    sptr<IRemoteObject::DeathRecipient> attach;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (listeners_.size() >= MAX_REGISTRATIONS) {
+            return {SIM_ERR_TOO_MANY_REGISTRATIONS, 0};
+        }
+        id = nextListenerId_++;
+        if (nextListenerId_ == 0) {
+            nextListenerId_ = 1;
+        }
+        listeners_.push_back({id, true, nullptr, filter, extra, callback});
+        attach = RetainLocked(callback);
+    }
+    Attach(callback, attach);
+    SIM_LOGI("service-filter listener %{public}u registered", id);
+    return {SIM_OK, id};
+}
+
+int32_t Simulator::RemoveAbilityListener(uint32_t listenerId)
+{
+    sptr<IRemoteObject> callback;
+    sptr<IRemoteObject::DeathRecipient> detach;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto it = std::find_if(listeners_.begin(), listeners_.end(), [&](const Listener& listener) {
+            return listener.id == listenerId && !listener.byServiceFilter;
+        });
+        if (it == listeners_.end()) {
+            return SIM_ERR_NO_SUCH_LISTENER;
+        }
+        callback = it->callback;
+        listeners_.erase(it);
+        detach = ReleaseLocked(callback.GetRefPtr());
+    }
+    Detach(callback, detach);
+    return SIM_OK;
+}
+
+int32_t Simulator::RemoveServiceFilterListener(uint32_t listenerId)
+{
+    sptr<IRemoteObject> callback;
+    sptr<IRemoteObject::DeathRecipient> detach;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto it = std::find_if(listeners_.begin(), listeners_.end(), [&](const Listener& listener) {
+            return listener.id == listenerId && listener.byServiceFilter;
+        });
+        if (it == listeners_.end()) {
+            return SIM_ERR_NO_SUCH_LISTENER;
+        }
+        callback = it->callback;
+        listeners_.erase(it);
+        detach = ReleaseLocked(callback.GetRefPtr());
+    }
+    Detach(callback, detach);
+    return SIM_OK;
+}
+
+int32_t Simulator::AddServiceChangedCallback(const sptr<IRemoteObject>& callback)
+{
+    if (callback == nullptr) {
+        return SIM_ERR_NULL_CALLBACK;
+    }
+    int64_t key = static_cast<int64_t>(CallerKey());
+    sptr<IRemoteObject::DeathRecipient> attach;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        bool known = std::any_of(serviceChanged_.begin(), serviceChanged_.end(),
+                                 [&](const CallbackEntry& entry) { return entry.callback == callback; });
+        if (known) {
+            return SIM_OK;
+        }
+        if (serviceChanged_.size() >= MAX_REGISTRATIONS) {
+            return SIM_ERR_TOO_MANY_REGISTRATIONS;
+        }
+        serviceChanged_.push_back({callback, key});
+        attach = RetainLocked(callback);
+    }
+    Attach(callback, attach);
+    return SIM_OK;
+}
+
+int32_t Simulator::RemoveServiceChangedCallbacks()
+{
+    int64_t key = static_cast<int64_t>(CallerKey());
+    std::vector<std::pair<sptr<IRemoteObject>, sptr<IRemoteObject::DeathRecipient>>> detach;
+    std::vector<sptr<IRemoteObject>> released;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        EraseIf<CallbackEntry>(
+            serviceChanged_, [key](const CallbackEntry& entry) { return entry.key == key; }, released);
+        for (const sptr<IRemoteObject>& object : released) {
+            detach.emplace_back(object, ReleaseLocked(object.GetRefPtr()));
+        }
+    }
+    for (const auto& entry : detach) {
+        Detach(entry.first, entry.second);
+    }
+    return SIM_OK;
+}
+
+int32_t Simulator::AddDeliverCallback(int32_t deliverCode, const sptr<IRemoteObject>& callback)
+{
+    if (callback == nullptr) {
+        return SIM_ERR_NULL_CALLBACK;
+    }
+    sptr<IRemoteObject::DeathRecipient> attach;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (deliver_.size() >= MAX_REGISTRATIONS) {
+            return SIM_ERR_TOO_MANY_REGISTRATIONS;
+        }
+        deliver_.push_back({callback, deliverCode});
+        attach = RetainLocked(callback);
+    }
+    Attach(callback, attach);
+    return SIM_OK;
+}
+
+int32_t Simulator::AddDialogCallback(const sptr<IRemoteObject>& callback)
+{
+    if (callback == nullptr) {
+        return SIM_ERR_NULL_CALLBACK;
+    }
+    sptr<IRemoteObject::DeathRecipient> attach;
+    sptr<IRemoteObject::DeathRecipient> detach;
+    sptr<IRemoteObject> oldest;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        bool known = std::any_of(dialog_.begin(), dialog_.end(),
+                                 [&](const CallbackEntry& entry) { return entry.callback == callback; });
+        if (known) {
+            return SIM_OK;
+        }
+        if (dialog_.size() >= MAX_REGISTRATIONS) {
+            // No removal request exists for dialog callbacks; the oldest gives way.
+            oldest = dialog_.front().callback;
+            dialog_.erase(dialog_.begin());
+            detach = ReleaseLocked(oldest.GetRefPtr());
+        }
+        dialog_.push_back({callback, 0});
+        attach = RetainLocked(callback);
+    }
+    Detach(oldest, detach);
+    Attach(callback, attach);
+    return SIM_OK;
+}
+
+int32_t Simulator::NotifyDialogEvent(const std::string& dialogEvent)
+{
+    Notifications notes;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        std::string reply = world_.dialogReply;
+        std::string quoted = nlohmann::json(dialogEvent).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+        size_t at = reply.find("{event}");
+        if (at != std::string::npos) {
+            reply.replace(at, std::string("{event}").size(), quoted);
+        }
+        for (const CallbackEntry& entry : dialog_) {
+            sptr<IRemoteObject> target = entry.callback;
+            notes.push_back([target, reply] { SendDialogReply(target, reply); });
+        }
+    }
+    Run(notes);
+    return SIM_OK;
+}
+
+int32_t Simulator::RequestService(const std::string& pkgName, const sptr<IRemoteObject>& callback)
+{
+    if (pkgName.empty()) {
+        return SIM_ERR_INVALID_ARGUMENT;
+    }
+    if (callback == nullptr) {
+        return SIM_ERR_NULL_CALLBACK;
+    }
+    sptr<IRemoteObject> previous;
+    sptr<IRemoteObject::DeathRecipient> attach;
+    sptr<IRemoteObject::DeathRecipient> detach;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto it = serviceRequests_.find(pkgName);
+        if (it == serviceRequests_.end() && serviceRequests_.size() >= MAX_REGISTRATIONS) {
+            return SIM_ERR_TOO_MANY_REGISTRATIONS;
+        }
+        if (it != serviceRequests_.end()) {
+            previous = it->second;
+            detach = ReleaseLocked(previous.GetRefPtr());
+        }
+        serviceRequests_[pkgName] = callback;
+        attach = RetainLocked(callback);
+    }
+    Detach(previous, detach);
+    Attach(callback, attach);
+    SendPublishEvent(callback, RequestResultInfo(static_cast<uint32_t>(PublishEvent::REQUESTED), SIM_OK));
+    return SIM_OK;
+}
+
+int32_t Simulator::UnRequestService(const std::string& pkgName)
+{
+    sptr<IRemoteObject> callback;
+    sptr<IRemoteObject::DeathRecipient> detach;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto it = serviceRequests_.find(pkgName);
+        if (it == serviceRequests_.end()) {
+            return SIM_ERR_NOT_REGISTERED;
+        }
+        callback = it->second;
+        serviceRequests_.erase(it);
+        detach = ReleaseLocked(callback.GetRefPtr());
+    }
+    Detach(callback, detach);
+    SendPublishEvent(callback, RequestResultInfo(static_cast<uint32_t>(PublishEvent::WITHDRAWN), SIM_OK));
+    return SIM_OK;
+}
+
+int32_t Simulator::AddKeyMouseCallback(const std::string& callerId, const sptr<IRemoteObject>& callback)
+{
+    if (callback == nullptr) {
+        return SIM_ERR_NULL_CALLBACK;
+    }
+    sptr<IRemoteObject> previous;
+    sptr<IRemoteObject::DeathRecipient> attach;
+    sptr<IRemoteObject::DeathRecipient> detach;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto it = keyMouse_.find(callerId);
+        if (it == keyMouse_.end() && keyMouse_.size() >= MAX_REGISTRATIONS) {
+            return SIM_ERR_TOO_MANY_REGISTRATIONS;
+        }
+        if (it != keyMouse_.end()) {
+            previous = it->second;
+            detach = ReleaseLocked(previous.GetRefPtr());
+        }
+        keyMouse_[callerId] = callback;
+        attach = RetainLocked(callback);
+    }
+    Detach(previous, detach);
+    Attach(callback, attach);
+    return SIM_OK;
+}
+
+int32_t Simulator::RemoveKeyMouseCallback(const std::string& callerId)
+{
+    sptr<IRemoteObject> callback;
+    sptr<IRemoteObject::DeathRecipient> detach;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto it = keyMouse_.find(callerId);
+        if (it == keyMouse_.end()) {
+            return SIM_ERR_NOT_REGISTERED;
+        }
+        callback = it->second;
+        keyMouse_.erase(it);
+        detach = ReleaseLocked(callback.GetRefPtr());
+    }
+    Detach(callback, detach);
+    return SIM_OK;
+}
+
+void Simulator::SetKeyMouseEdgeSwitch(bool on)
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    keyMouseEdgeSwitch_ = on;
+}
+
+void Simulator::SetBindKeymouseService(bool bind)
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    bindKeymouseService_ = bind;
+}
+
+// --- world changes ----------------------------------------------------------
+
+void Simulator::DeviceEventsLocked(const Device& device, DeviceState from, DeviceState to, Notifications& out)
+{
+    bool wasOnline = from != DeviceState::OFFLINE;
+    bool isOnline = to != DeviceState::OFFLINE;
+    std::vector<DeviceChangedCallbackCode> codes;
+    if (!wasOnline && isOnline) {
+        codes.push_back(DeviceChangedCallbackCode::ON_DEVICE_ONLINE);
+    }
+    if (from != DeviceState::READY && to == DeviceState::READY) {
+        codes.push_back(DeviceChangedCallbackCode::ON_DEVICE_READY);
+    }
+    if (wasOnline && !isOnline) {
+        codes.push_back(DeviceChangedCallbackCode::ON_DEVICE_OFFLINE);
+    }
+    for (DeviceChangedCallbackCode code : codes) {
+        for (const Listener& listener : listeners_) {
+            bool passes = listener.byServiceFilter ? ServiceFilterPasses(*listener.serviceFilter, device)
+                                                   : DevicePassesAbilityFilter(*listener.abilityFilter, device);
+            if (passes) {
+                sptr<IRemoteObject> target = listener.callback;
+                out.push_back([target, code, device] { SendDeviceChanged(target, code, ToDeviceInfo(device)); });
+            }
+        }
+    }
+    if (wasOnline == isOnline) {
+        return;
+    }
+    auto serviceEvent =
+        static_cast<int32_t>(isOnline ? ServiceChangeEvent::DEVICE_ONLINE : ServiceChangeEvent::DEVICE_OFFLINE);
+    for (const CallbackEntry& entry : serviceChanged_) {
+        sptr<IRemoteObject> target = entry.callback;
+        out.push_back([target, serviceEvent, device] {
+            SendServiceChanged(target, serviceEvent, {ToDeviceServiceInfo(device)});
+        });
+    }
+    auto detectEvent = static_cast<int32_t>(isOnline ? DetectEvent::FOUND : DetectEvent::LOST);
+    for (const DetectSession& session : detectSessions_) {
+        if (DeviceFilterPasses(*session.filter, device)) {
+            sptr<IRemoteObject> target = session.callback;
+            out.push_back(
+                [target, detectEvent, device] { Sim::SendDetectEvent(target, detectEvent, ToDeviceInfo(device)); });
+        }
+    }
+}
+
+void Simulator::Run(Notifications& notifications)
+{
+    for (const auto& notify : notifications) {
+        notify();
+    }
+}
+
+int32_t Simulator::SetDeviceState(const std::string& id, DeviceState state, std::string& detail)
+{
+    Notifications notes;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        int index = Sim::FindDevice(world_, id);
+        if (index < 0) {
+            detail = "no device with udid or network id \"" + id + "\"";
+            return SIM_ERR_NO_SUCH_DEVICE;
+        }
+        Device& device = world_.devices[static_cast<size_t>(index)];
+        DeviceState from = device.state;
+        device.state = state;
+        DeviceEventsLocked(device, from, state, notes);
+        detail = Describe(device) + (from == state ? " was already " : " is now ") + DeviceStateToString(state) +
+                 Sent(notes.size());
+    }
+    Run(notes);
+    SIM_LOGI("%{public}s", detail.c_str());
+    return SIM_OK;
+}
+
+int32_t Simulator::AddDevice(const Device& device, std::string& detail)
+{
+    Notifications notes;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        for (const std::string& id : {device.udid, device.networkId}) {
+            if (Sim::FindDevice(world_, id) >= 0 || id == world_.local.udid || id == world_.local.networkId) {
+                detail = "\"" + id + "\" is already used by another device";
+                return SIM_ERR_DEVICE_EXISTS;
+            }
+        }
+        if (device.udid.empty() || device.networkId.empty()) {
+            detail = "a device needs a udid and a network id";
+            return SIM_ERR_INVALID_ARGUMENT;
+        }
+        if (world_.devices.size() >= MAX_DEVICES) {
+            detail = "the world already holds " + std::to_string(MAX_DEVICES) + " devices";
+            return SIM_ERR_WORLD_FULL;
+        }
+        world_.devices.push_back(device);
+        DeviceEventsLocked(device, DeviceState::OFFLINE, device.state, notes);
+        detail = "added " + Describe(device) + ", " + DeviceStateToString(device.state) + Sent(notes.size());
+    }
+    Run(notes);
+    SIM_LOGI("%{public}s", detail.c_str());
+    return SIM_OK;
+}
+
+int32_t Simulator::RemoveDevice(const std::string& id, std::string& detail)
+{
+    Notifications notes;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        int index = Sim::FindDevice(world_, id);
+        if (index < 0) {
+            detail = "no device with udid or network id \"" + id + "\"";
+            return SIM_ERR_NO_SUCH_DEVICE;
+        }
+        Device device = world_.devices[static_cast<size_t>(index)];
+        world_.devices.erase(world_.devices.begin() + index);
+        DeviceEventsLocked(device, device.state, DeviceState::OFFLINE, notes);
+        detail = "removed " + Describe(device) + Sent(notes.size());
+    }
+    Run(notes);
+    SIM_LOGI("%{public}s", detail.c_str());
+    return SIM_OK;
+}
+
+int32_t Simulator::SetDynamicInfo(const std::string& id, const std::string& key, const std::string& value,
+                                  std::string& detail)
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    int index = Sim::FindDevice(world_, id);
+    if (index < 0) {
+        detail = "no device with udid or network id \"" + id + "\"";
+        return SIM_ERR_NO_SUCH_DEVICE;
+    }
+    if (key.empty()) {
+        detail = "the key must not be empty";
+        return SIM_ERR_INVALID_ARGUMENT;
+    }
+    Device& device = world_.devices[static_cast<size_t>(index)];
+    device.dynamicInfo[key] = value;
+    detail = Describe(device) + ": " + key + " = " + value;
+    return SIM_OK;
+}
+
+int32_t Simulator::NotifyServiceChange(int32_t event, const std::vector<std::string>& ids, std::string& detail)
+{
+    Notifications notes;
+    size_t count = 0;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        std::vector<Device> devices;
+        for (const std::string& id : ids) {
+            int index = Sim::FindDevice(world_, id);
+            if (index < 0) {
+                detail = "no device with udid or network id \"" + id + "\"";
+                return SIM_ERR_NO_SUCH_DEVICE;
+            }
+            devices.push_back(world_.devices[static_cast<size_t>(index)]);
+        }
+        if (ids.empty()) {
+            for (const Device& device : world_.devices) {
+                if (device.IsOnline()) {
+                    devices.push_back(device);
+                }
+            }
+        }
+        count = devices.size();
+        for (const CallbackEntry& entry : serviceChanged_) {
+            sptr<IRemoteObject> target = entry.callback;
+            notes.push_back([target, event, devices] {
+                std::vector<DeviceServiceInfo> services;
+                for (const Device& device : devices) {
+                    services.push_back(ToDeviceServiceInfo(device));
+                }
+                SendServiceChanged(target, event, services);
+            });
+        }
+    }
+    Run(notes);
+    detail =
+        "service change " + std::to_string(event) + " for " + std::to_string(count) + " devices" + Sent(notes.size());
+    return SIM_OK;
+}
+
+int32_t Simulator::Deliver(bool allCodes, int32_t deliverCode, const std::string& info, std::string& detail)
+{
+    Notifications notes;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        for (const CallbackEntry& entry : deliver_) {
+            if (allCodes || entry.key == deliverCode) {
+                sptr<IRemoteObject> target = entry.callback;
+                notes.push_back([target, info] { SendDeliver(target, info); });
+            }
+        }
+    }
+    Run(notes);
+    detail = "delivered" + Sent(notes.size());
+    return SIM_OK;
+}
+
+int32_t Simulator::PublishResult(const std::string& pkgName, uint32_t eventCode, uint32_t resultCode,
+                                 std::string& detail)
+{
+    Notifications notes;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (!pkgName.empty() && serviceRequests_.count(pkgName) == 0) {
+            detail = "no service request of package \"" + pkgName + "\"";
+            return SIM_ERR_NOT_REGISTERED;
+        }
+        for (const auto& request : serviceRequests_) {
+            if (pkgName.empty() || request.first == pkgName) {
+                sptr<IRemoteObject> target = request.second;
+                notes.push_back([target, eventCode, resultCode] {
+                    SendPublishEvent(target, RequestResultInfo(eventCode, resultCode));
+                });
+            }
+        }
+    }
+    Run(notes);
+    detail =
+        "published event " + std::to_string(eventCode) + " result " + std::to_string(resultCode) + Sent(notes.size());
+    return SIM_OK;
+}
+
+int32_t Simulator::DialogReply(const std::string& reply, std::string& detail)
+{
+    Notifications notes;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        for (const CallbackEntry& entry : dialog_) {
+            sptr<IRemoteObject> target = entry.callback;
+            notes.push_back([target, reply] { SendDialogReply(target, reply); });
+        }
+    }
+    Run(notes);
+    detail = "dialog reply" + Sent(notes.size());
+    return SIM_OK;
+}
+
+int32_t Simulator::SendDetectEvent(const std::string& id, int32_t event, std::string& detail)
+{
+    Notifications notes;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        int index = Sim::FindDevice(world_, id);
+        if (index < 0) {
+            detail = "no device with udid or network id \"" + id + "\"";
+            return SIM_ERR_NO_SUCH_DEVICE;
+        }
+        Device device = world_.devices[static_cast<size_t>(index)];
+        for (const DetectSession& session : detectSessions_) {
+            if (DeviceFilterPasses(*session.filter, device)) {
+                sptr<IRemoteObject> target = session.callback;
+                notes.push_back([target, event, device] { Sim::SendDetectEvent(target, event, ToDeviceInfo(device)); });
+            }
+        }
+        detail = "detect event " + std::to_string(event) + " for " + Describe(device) + Sent(notes.size());
+    }
+    Run(notes);
+    return SIM_OK;
+}
+
+int32_t Simulator::LoadWorld(const World& world, std::string& detail)
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    world_ = world;
+    detail = "loaded a world of " + std::to_string(world_.devices.size()) + " devices";
+    return SIM_OK;
+}
+
+}  // namespace Sim
+}  // namespace Syntavo
+}  // namespace Tavik

@@ -1,0 +1,298 @@
+// The client library and devicedetectd in separate processes.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <thread>
+
+#include <nlohmann/json.hpp>
+
+#include "control_client.h"
+#include "device_detect_proxy.h"
+#include "device_detect_request_code.h"
+#include "process_util.h"
+#include "service_filter.h"
+#include "sim_status.h"
+#include "socket_transport.h"
+
+namespace DeviceDetectIntegration {
+namespace {
+
+using namespace Tavik;
+using namespace Tavik::Syntavo;
+
+// Waits for something another process does; the bound only keeps a broken
+// build from hanging.
+bool WaitUntil(const std::function<bool()>& done)
+{
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+bool Exists(const std::string& path)
+{
+    struct stat info;
+    return stat(path.c_str(), &info) == 0;
+}
+
+class Recorder : public DeviceChangedCallbackStub {
+public:
+    int32_t OnDeviceOnline(DeviceInfo& device) override { return Note("online " + device.GetDeviceUdid()); }
+    int32_t OnDeviceOffline(DeviceInfo& device) override { return Note("offline " + device.GetDeviceUdid()); }
+    int32_t OnDeviceReady(DeviceInfo& device) override { return Note("ready " + device.GetDeviceUdid()); }
+    std::vector<std::string> Events()
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return events_;
+    }
+
+private:
+    int32_t Note(const std::string& event)
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        events_.push_back(event);
+        return 0;
+    }
+    std::mutex mutex_;
+    std::vector<std::string> events_;
+};
+
+class ServiceRecorder : public ServiceChangedCallbackStub {
+public:
+    int32_t OnDeviceEvent(int32_t event, std::vector<DeviceServiceInfo> infos) override
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        events_.push_back(std::to_string(event) + " " + (infos.empty() ? "" : infos[0].GetDeviceId()));
+        return 0;
+    }
+    std::vector<std::string> Events()
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return events_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::vector<std::string> events_;
+};
+
+class IntegrationTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        runtimeDir_ = MakeTempDir();
+        ASSERT_FALSE(runtimeDir_.empty());
+        setenv("TAVIK_RUNTIME_DIR", runtimeDir_.c_str(), 1);
+        DeviceDetectProxy::CleanupInstance();
+        daemon_ = std::make_unique<Daemon>(runtimeDir_);
+        ASSERT_TRUE(daemon_->Start()) << daemon_->Output();
+    }
+    void TearDown() override
+    {
+        DeviceDetectProxy::CleanupInstance();
+        daemon_.reset();
+        RemoveTree(runtimeDir_);
+    }
+
+    Sim::ControlClient Control() { return Sim::ControlClient(ConnectSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID)); }
+
+    nlohmann::json Registrations()
+    {
+        Sim::ControlResult result = Control().GetRegistrations();
+        return result.status == Sim::SIM_OK ? nlohmann::json::parse(result.json) : nlohmann::json();
+    }
+
+    RunResult Cli(std::vector<std::string> args)
+    {
+        args.insert(args.begin(), {DEVICEDETECT_PATH, "--runtime-dir", runtimeDir_});
+        return DeviceDetectIntegration::Run(args);
+    }
+
+    std::string runtimeDir_;
+    std::unique_ptr<Daemon> daemon_;
+};
+
+TEST_F(IntegrationTest, EveryRequestCodeEndToEnd)
+{
+    sptr<DeviceDetectProxy> proxy = DeviceDetectProxy::GetInstance();
+    ASSERT_NE(proxy, nullptr);
+    std::vector<DeviceInfo> devices;
+    EXPECT_EQ(proxy->GetTrustedDeviceList("it", devices), 0);  // 1
+    EXPECT_EQ(devices.size(), 5u);
+    std::vector<sptr<AbilityFilter>> filters{sptr<AbilityFilter>::MakeSptr("com.tavik.files")};
+    std::list<std::tuple<DeviceInfo, std::list<sptr<AbilityFilter>>>> withAbilities;
+    EXPECT_EQ(proxy->GetTrustedDeviceListWithAbilityFilter(filters, withAbilities), 0);  // 4
+    EXPECT_EQ(withAbilities.size(), 2u);
+    devices.clear();
+    EXPECT_EQ(proxy->GetTrustedDeviceListWithServiceFilter(
+                  sptr<ServiceFilter>::MakeSptr("castService", std::vector<std::string>{"TV"}), "it", devices),
+              0);  // 6
+    ASSERT_EQ(devices.size(), 1u);
+    EXPECT_EQ(devices[0].GetDeviceUdid(), "udid-tv-0001");
+    auto recorder = sptr<Recorder>::MakeSptr();
+    auto ability = proxy->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr(), "it", recorder);  // 7
+    EXPECT_EQ(ability.first, 0);
+    EXPECT_EQ(proxy->UnregisterDevChangedCallback(ability.second), 0);                                           // 8
+    auto byService = proxy->RegisterCallbackWithServiceFilter(sptr<ServiceFilter>::MakeSptr(), "it", recorder);  // 9
+    EXPECT_EQ(byService.first, 0);
+    EXPECT_EQ(proxy->UnregisterServiceFilterListener(byService.second), 0);                  // 10
+    EXPECT_EQ(proxy->RegisterServiceChangedCallback(sptr<ServiceRecorder>::MakeSptr()), 0);  // 11
+    EXPECT_EQ(proxy->UnregisterServiceChangedCallback(), 0);                                 // 12
+    DeviceInfo local;
+    EXPECT_EQ(proxy->GetLocalDeviceInfo(local), 0);  // 13
+    EXPECT_EQ(local.GetDeviceName(), "My Phone");
+    devices.clear();
+    EXPECT_EQ(proxy->GetTrustedDeviceListWithDeviceFilter(
+                  sptr<DeviceFilter>::MakeSptr(std::vector<uint32_t>{109}, std::vector<uint32_t>{1}), devices,
+                  sptr<DeviceDetectCallbackStub>::MakeSptr()),
+              0);  // 14
+    EXPECT_EQ(devices.size(), 1u);
+    std::vector<DeviceDynamicInfo> infos;
+    EXPECT_EQ(proxy->GetRemoteDeviceDynamicInfo("udid-watch-0001", {"heartRate"}, infos), 0);  // 15
+    ASSERT_EQ(infos.size(), 1u);
+    EXPECT_EQ(infos[0].GetValue(), "64");
+    DeviceConfigInfo config;
+    EXPECT_EQ(proxy->QueryDeviceConfigInfo("udid-watch-0001", config), 0);  // 16
+    EXPECT_EQ(config.GetModelId(), "WATCH-3");
+    EXPECT_EQ(proxy->RegisterServiceDeliverCallback(3, sptr<ServiceDeliverCallbackStub>::MakeSptr()), 0);        // 17
+    EXPECT_EQ(proxy->SetDialogEventCallback(sptr<DialogEventCallbackStub>::MakeSptr()), 0);                      // 18
+    EXPECT_EQ(proxy->NotifyAppDialogEvent("hello"), 0);                                                          // 19
+    EXPECT_EQ(proxy->RequestService("com.it", sptr<ServicePublishCallbackStub>::MakeSptr()), 0);                 // 20
+    EXPECT_EQ(proxy->UnRequestService("com.it"), 0);                                                             // 21
+    EXPECT_EQ(proxy->GetDeviceSwitch("udid-pc-0001"), 1);                                                        // 22
+    EXPECT_EQ(proxy->RegisterKeyMouseCallback("it", sptr<DialogEventCallbackStub>::MakeSptr()->AsObject()), 0);  // 23
+    EXPECT_EQ(proxy->UnregisterKeyMouseCallback("it"), 0);                                                       // 24
+    EXPECT_EQ(proxy->UpdateKeyMouseEdgeSwitch(true), 0);                                                         // 25
+    std::string pc = "net-pc-0001";
+    EXPECT_TRUE(proxy->GetIsSameDeviceAccount(pc));  // 26
+    proxy->GetBindKeymouseServiceReq(true);          // 27
+    EXPECT_TRUE(proxy->GetIsNextTypeDevice(pc));     // 28
+    nlohmann::json registrations = Registrations();
+    EXPECT_EQ(registrations["keyMouseEdgeSwitch"], true);
+    EXPECT_EQ(registrations["bindKeymouseService"], true);
+    EXPECT_EQ(registrations["deliverCodes"], nlohmann::json::array({3}));
+}
+
+TEST_F(IntegrationTest, WorldChangesReachTheHandlersBeforeTheControlRequestReturns)
+{
+    sptr<DeviceDetectProxy> proxy = DeviceDetectProxy::GetInstance();
+    ASSERT_NE(proxy, nullptr);
+    auto recorder = sptr<Recorder>::MakeSptr();
+    auto services = sptr<ServiceRecorder>::MakeSptr();
+    ASSERT_EQ(proxy->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr(), "it", recorder).first, 0);
+    ASSERT_EQ(proxy->RegisterServiceChangedCallback(services), 0);
+
+    Sim::ControlClient control = Control();
+    EXPECT_EQ(control.SetDeviceState("udid-car-0001", Sim::DeviceState::READY).status, Sim::SIM_OK);
+    EXPECT_EQ(control.SetDeviceState("net-tv-0001", Sim::DeviceState::OFFLINE).status, Sim::SIM_OK);
+    EXPECT_EQ(recorder->Events(),
+              (std::vector<std::string>{"online udid-car-0001", "ready udid-car-0001", "offline udid-tv-0001"}));
+    EXPECT_EQ(services->Events(), (std::vector<std::string>{"1 udid-car-0001", "2 udid-tv-0001"}));
+
+    // The same through the CLI, from a third process.
+    RunResult sim = Cli({"sim", "online", "udid-laptop-0001"});
+    EXPECT_EQ(sim.exitCode, 0) << sim.err;
+    EXPECT_EQ(recorder->Events().back(), "online udid-laptop-0001");
+}
+
+TEST_F(IntegrationTest, ClientDeathDropsItsRegistrations)
+{
+    pid_t watcher = SpawnBackground({DEVICEDETECT_PATH, "--runtime-dir", runtimeDir_, "watch", "--timeout", "60"});
+    ASSERT_GT(watcher, 0);
+    ASSERT_TRUE(WaitUntil([this] { return Registrations()["abilityListeners"] == 1; }));
+    EXPECT_EQ(Registrations()["serviceChangedCallbacks"], 1);
+    kill(watcher, SIGKILL);
+    waitpid(watcher, nullptr, 0);
+    ASSERT_TRUE(WaitUntil([this] {
+        nlohmann::json now = Registrations();
+        return now["abilityListeners"] == 0 && now["serviceChangedCallbacks"] == 0;
+    })) << Registrations().dump();
+    EXPECT_EQ(Registrations()["watchedClients"], 0);
+}
+
+TEST_F(IntegrationTest, ServiceKilledAndRestarted)
+{
+    sptr<DeviceDetectProxy> first = DeviceDetectProxy::GetInstance();
+    ASSERT_NE(first, nullptr);
+    std::vector<DeviceInfo> devices;
+    ASSERT_EQ(first->GetTrustedDeviceList("", devices), 0);
+
+    daemon_->Stop(SIGKILL);
+    // The death notice empties the proxy cache.
+    ASSERT_TRUE(WaitUntil([&first] { return DeviceDetectProxy::GetInstance() != first; }));
+    EXPECT_EQ(DeviceDetectProxy::GetInstance(), nullptr);
+    EXPECT_EQ(first->GetTrustedDeviceList("", devices), -1);
+
+    // A killed daemon leaves its socket behind; the next one takes over.
+    ASSERT_TRUE(daemon_->Start()) << daemon_->Output();
+    sptr<DeviceDetectProxy> second = DeviceDetectProxy::GetInstance();
+    ASSERT_NE(second, nullptr);
+    devices.clear();
+    EXPECT_EQ(second->GetTrustedDeviceList("", devices), 0);
+    EXPECT_EQ(devices.size(), 5u);
+}
+
+TEST_F(IntegrationTest, DaemonStartAndStopRules)
+{
+    Daemon second(runtimeDir_);
+    EXPECT_FALSE(second.Start());
+    EXPECT_NE(second.Output().find("ALREADY_PUBLISHED"), std::string::npos) << second.Output();
+    EXPECT_EQ(second.Stop(SIGTERM), 1);
+
+    std::string socket = runtimeDir_ + "/sa-70635.sock";
+    EXPECT_TRUE(Exists(socket));
+    EXPECT_EQ(daemon_->Stop(SIGTERM), 0);
+    EXPECT_FALSE(Exists(socket));
+    EXPECT_NE(daemon_->Output().find("stopped (SIGTERM)"), std::string::npos);
+
+    std::string dir = MakeTempDir();
+    std::string bad = dir + "/bad.json";
+    FILE* file = fopen(bad.c_str(), "w");
+    ASSERT_NE(file, nullptr);
+    fputs(R"({"local":{"udid":"l","networkId":"n","name":"x","type":"PHONE"},"devices":[{"udid":"a"}]})", file);
+    fclose(file);
+    RunResult rejected = DeviceDetectIntegration::Run({DEVICEDETECTD_PATH, "--runtime-dir", dir, "--world", bad});
+    EXPECT_EQ(rejected.exitCode, 2);
+    EXPECT_NE(rejected.err.find("devices[0].networkId: missing"), std::string::npos) << rejected.err;
+    RemoveTree(dir);
+
+    ASSERT_TRUE(daemon_->Start({"--world", std::string(EXAMPLES_DIR) + "/home.json"})) << daemon_->Output();
+    EXPECT_NE(daemon_->Output().find("4 devices, 3 online"), std::string::npos) << daemon_->Output();
+}
+
+TEST_F(IntegrationTest, CliAgainstTheDaemon)
+{
+    RunResult list = Cli({"list", "--json"});
+    ASSERT_EQ(list.exitCode, 0) << list.err;
+    nlohmann::json parsed = nlohmann::json::parse(list.out);
+    ASSERT_EQ(parsed["devices"].size(), 5u);
+    EXPECT_EQ(parsed["devices"][0]["typeName"], "TV");
+
+    RunResult missing = Cli({"config", "ghost"});
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_NE(missing.err.find("DD_ERR_READ_FAILED"), std::string::npos) << missing.err;
+
+    RunResult unknown = Cli({"sim", "online", "ghost"});
+    EXPECT_EQ(unknown.exitCode, 1);
+    EXPECT_NE(unknown.err.find("SIM_ERR_NO_SUCH_DEVICE"), std::string::npos) << unknown.err;
+
+    std::string empty = MakeTempDir();
+    RunResult unreachable = DeviceDetectIntegration::Run({DEVICEDETECT_PATH, "--runtime-dir", empty, "list"});
+    EXPECT_EQ(unreachable.exitCode, 3);
+    EXPECT_NE(unreachable.err.find(empty + "/sa-70635.sock"), std::string::npos) << unreachable.err;
+    EXPECT_NE(unreachable.err.find("devicedetectd"), std::string::npos);
+    RemoveTree(empty);
+}
+
+}  // namespace
+}  // namespace DeviceDetectIntegration

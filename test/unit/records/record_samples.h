@@ -1,0 +1,285 @@
+// One fill function and one check function per record: the fill builds a
+// record whose every field holds a distinct value (odd lengths, an empty
+// string, bytes past 0x7f, a NUL inside a string), and the check asserts
+// that a record holds exactly those values.
+#ifndef DD_TEST_RECORD_SAMPLES_H
+#define DD_TEST_RECORD_SAMPLES_H
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "ability_filter.h"
+#include "device_config_info.h"
+#include "device_dynamic_info.h"
+#include "log_matchers.h"
+#include "parcel.h"
+#include "publish_event_info.h"
+#include "service_publish_info.h"
+
+namespace DdTest {
+
+using namespace Tavik;
+using namespace Tavik::Syntavo;
+
+// Log labels and file names as the records' lines carry them.
+constexpr uint32_t CLIENT_DOMAIN = 0xD004612;
+constexpr const char* CLIENT_TAG = "SYNTClient";
+constexpr uint32_t INFO_COLLECTION_DOMAIN = 0xD00461B;
+constexpr const char* INFO_COLLECTION_TAG = "SYNTInfoCollection";
+
+inline ExpectedLine ClientLine(LogLevel level, const std::string& file, const std::string& function,
+                               const std::string& text)
+{
+    return ExpectedLine{level, CLIENT_DOMAIN, CLIENT_TAG, file, function, text};
+}
+
+inline ExpectedLine AbilityFilterFileLine(LogLevel level, const std::string& function, const std::string& text)
+{
+    return ClientLine(level, "ability_filter", function, text);
+}
+
+// Groups of four bytes in hex, separated by blanks: "02000000 61620000".
+inline std::string ToHex(const Parcel& parcel)
+{
+    static const char digits[] = "0123456789abcdef";
+    std::string out;
+    for (size_t i = 0; i < parcel.GetDataSize(); ++i) {
+        if (i != 0 && i % 4 == 0) {
+            out.push_back(' ');
+        }
+        out.push_back(digits[parcel.GetData()[i] >> 4]);
+        out.push_back(digits[parcel.GetData()[i] & 0xF]);
+    }
+    return out;
+}
+
+inline std::vector<uint8_t> Bytes(const Parcel& parcel)
+{
+    return std::vector<uint8_t>(parcel.GetData(), parcel.GetData() + parcel.GetDataSize());
+}
+
+// Marshals without any write failure; an empty vector when it fails.
+inline std::vector<uint8_t> Encode(const Parcelable& record)
+{
+    Parcel parcel;
+    if (!record.Marshalling(parcel)) {
+        return {};
+    }
+    return Bytes(parcel);
+}
+
+inline const std::string& EmbeddedNul()
+{
+    static const std::string value("x\0y", 3);
+    return value;
+}
+
+inline sptr<DeviceInfo> FillDeviceInfo()
+{
+    return new DeviceInfo("udid-0123456789", "net-abcdef", "Living room TV", 156);
+}
+
+inline void CheckDeviceInfo(DeviceInfo& info)
+{
+    EXPECT_EQ(info.GetDeviceUdid(), "udid-0123456789");
+    EXPECT_EQ(info.GetDeviceNetworkId(), "net-abcdef");
+    EXPECT_EQ(info.GetDeviceName(), "Living room TV");
+    EXPECT_EQ(info.GetDeviceType(), 156u);
+}
+
+inline sptr<DeviceServiceInfo> FillDeviceServiceInfo()
+{
+    return new DeviceServiceInfo("Kitchen pad", 17, "hash#1", "dev-id-9876", {"rule-a", "", "r\xc3\xa9gle"},
+                                 "network-42", "AA:BB:CC:DD:EE:FF", EmbeddedNul());
+}
+
+inline void CheckDeviceServiceInfo(DeviceServiceInfo& info)
+{
+    EXPECT_EQ(info.GetDeviceName(), "Kitchen pad");
+    EXPECT_EQ(info.GetDeviceType(), 17u);
+    EXPECT_EQ(info.GetDeviceHashId(), "hash#1");
+    EXPECT_EQ(info.GetDeviceId(), "dev-id-9876");
+    EXPECT_EQ(info.GetServiceRuleList(), (std::vector<std::string>{"rule-a", "", "r\xc3\xa9gle"}));
+    EXPECT_EQ(info.GetNetworkId(), "network-42");
+    EXPECT_EQ(info.GetBrMac(), "AA:BB:CC:DD:EE:FF");
+    EXPECT_EQ(info.GetExtraInfo(), EmbeddedNul());
+}
+
+inline sptr<LocalInfo> FillLocalInfo()
+{
+    return new LocalInfo("MainAbility", "com.example.app", "local-device-id", "entry", 14);
+}
+
+inline void CheckLocalInfo(LocalInfo& info)
+{
+    EXPECT_EQ(info.GetLocalAbilityName(), "MainAbility");
+    EXPECT_EQ(info.GetLocalBundleName(), "com.example.app");
+    EXPECT_EQ(info.GetLocalDeviceId(), "local-device-id");
+    EXPECT_EQ(info.GetLocalModuleName(), "entry");
+    EXPECT_EQ(info.GetLocalDeviceType(), 14u);
+}
+
+inline sptr<AbilityFilter> FillAbilityFilter()
+{
+    sptr<AbilityFilter> filter = new AbilityFilter("com.example.bundle", "page", "desc", 12, 3);
+    filter->SetAction("action.view");
+    return filter;
+}
+
+inline void CheckAbilityFilter(AbilityFilter& filter)
+{
+    EXPECT_EQ(filter.GetBundleName(), "com.example.bundle");
+    EXPECT_EQ(filter.GetAbilityType(), "page");
+    EXPECT_EQ(filter.GetAbilityDescription(), "desc");
+    EXPECT_EQ(filter.GetDeviceType(), 12u);
+    EXPECT_EQ(filter.GetAccountType(), 3u);
+    EXPECT_EQ(filter.GetAction(), "action.view");
+}
+
+inline sptr<DeviceFilter> FillDeviceFilter()
+{
+    return new DeviceFilter({14, 17, 0xFFFFFFFF}, {0, 7});
+}
+
+// The lists have no getters; the match operations and the bytes show them.
+inline void CheckDeviceFilter(DeviceFilter& filter)
+{
+    EXPECT_TRUE(filter.isDeviceTypeMatch(14));
+    EXPECT_TRUE(filter.isDeviceTypeMatch(17));
+    EXPECT_TRUE(filter.isDeviceTypeMatch(0xFFFFFFFF));
+    EXPECT_FALSE(filter.isDeviceTypeMatch(0));
+    EXPECT_TRUE(filter.isAccountTypeMatch(0));
+    EXPECT_TRUE(filter.isAccountTypeMatch(7));
+    EXPECT_FALSE(filter.isAccountTypeMatch(14));
+    EXPECT_EQ(Encode(filter), Encode(*FillDeviceFilter()));
+}
+
+inline sptr<ServiceFilter> FillServiceFilter()
+{
+    return new ServiceFilter("cast", {"PHONE", "PAD", ""});
+}
+
+inline void CheckServiceFilter(ServiceFilter& filter)
+{
+    EXPECT_EQ(filter.GetServiceName(), "cast");
+    EXPECT_EQ(filter.GetDeviceType(), (std::vector<std::string>{"PHONE", "PAD", ""}));
+}
+
+inline sptr<PickerResult> FillPickerResult()
+{
+    sptr<PickerResult> result = new PickerResult();
+    result->SetAbilityFilter(FillAbilityFilter());
+    result->SetDeviceInfo(FillDeviceInfo());
+    result->SetLocalDeviceInfo(FillLocalInfo());
+    return result;
+}
+
+inline void CheckPickerResult(PickerResult& result)
+{
+    ASSERT_NE(result.GetAbilityFilter(), nullptr);
+    ASSERT_NE(result.GetDeviceInfo(), nullptr);
+    ASSERT_NE(result.GetLocalDeviceInfo(), nullptr);
+    CheckAbilityFilter(*result.GetAbilityFilter());
+    CheckDeviceInfo(*result.GetDeviceInfo());
+    CheckLocalInfo(*result.GetLocalDeviceInfo());
+}
+
+inline sptr<DeviceDynamicInfo> FillDeviceDynamicInfo()
+{
+    return new DeviceDynamicInfo("battery", "87%");
+}
+
+inline void CheckDeviceDynamicInfo(DeviceDynamicInfo& info)
+{
+    EXPECT_EQ(info.GetKey(), "battery");
+    EXPECT_EQ(info.GetValue(), "87%");
+}
+
+// The JSON is deliberately broken: it is carried, not parsed.
+inline sptr<DeviceConfigInfo> FillDeviceConfigInfo()
+{
+    return new DeviceConfigInfo("model-X1", "{\"fold\": tru", "Fold phone", 14, 1);
+}
+
+inline void CheckDeviceConfigInfo(DeviceConfigInfo& info)
+{
+    EXPECT_EQ(info.GetModelId(), "model-X1");
+    EXPECT_EQ(info.GetOriginJson(), "{\"fold\": tru");
+    EXPECT_EQ(info.GetDeviceName(), "Fold phone");
+    EXPECT_EQ(info.GetDeviceType(), 14u);
+    EXPECT_EQ(info.GetSupportFoldScreen(), 1u);
+}
+
+inline sptr<RequestResultInfo> FillRequestResultInfo()
+{
+    return new RequestResultInfo(7, 0x80000001);
+}
+
+inline void CheckRequestResultInfo(RequestResultInfo& info)
+{
+    EXPECT_EQ(info.GetEventCode(), 7u);
+    EXPECT_EQ(info.GetResultCode(), 0x80000001u);
+}
+
+inline sptr<ServicePublishInfo> FillServicePublishInfo()
+{
+    return new ServicePublishInfo(0xFFFFFFFF, 2, 3);
+}
+
+inline void CheckServicePublishInfo(ServicePublishInfo& info)
+{
+    EXPECT_EQ(info.GetPublishId(), 0xFFFFFFFFu);
+    EXPECT_EQ(info.GetServiceCode(), 2u);
+    EXPECT_EQ(info.GetServicePublishMode(), 3u);
+}
+
+// One row per record for the generic tests.
+struct RecordCase {
+    std::string name;
+    std::function<sptr<Parcelable>()> fill;
+    std::function<sptr<Parcelable>(Parcel&)> read;
+    std::function<void(Parcelable&)> check;
+    std::function<sptr<Parcelable>()> makeEmpty;
+    // One parcel write per field when Marshalling is called directly.
+    int fieldCount;
+    // Whether Unmarshalling of a short parcel still yields a record.
+    bool toleratesShortParcel;
+};
+
+template <typename T>
+RecordCase MakeCase(const std::string& name, sptr<T> (*fill)(), void (*check)(T&), int fieldCount,
+                    bool toleratesShortParcel = true)
+{
+    return RecordCase{name,
+                      [fill] { return sptr<Parcelable>(fill()); },
+                      [](Parcel& parcel) { return sptr<Parcelable>(T::Unmarshalling(parcel)); },
+                      [check](Parcelable& record) { check(dynamic_cast<T&>(record)); },
+                      [] { return sptr<Parcelable>(new T()); },
+                      fieldCount,
+                      toleratesShortParcel};
+}
+
+inline std::vector<RecordCase> AllRecords()
+{
+    return {
+        MakeCase("DeviceInfo", FillDeviceInfo, CheckDeviceInfo, 4),
+        MakeCase("DeviceServiceInfo", FillDeviceServiceInfo, CheckDeviceServiceInfo, 8),
+        MakeCase("LocalInfo", FillLocalInfo, CheckLocalInfo, 5),
+        MakeCase("AbilityFilter", FillAbilityFilter, CheckAbilityFilter, 6),
+        MakeCase("DeviceFilter", FillDeviceFilter, CheckDeviceFilter, 2, false),
+        MakeCase("ServiceFilter", FillServiceFilter, CheckServiceFilter, 2),
+        MakeCase("PickerResult", FillPickerResult, CheckPickerResult, 3, false),
+        MakeCase("DeviceDynamicInfo", FillDeviceDynamicInfo, CheckDeviceDynamicInfo, 2),
+        MakeCase("DeviceConfigInfo", FillDeviceConfigInfo, CheckDeviceConfigInfo, 5),
+        MakeCase("RequestResultInfo", FillRequestResultInfo, CheckRequestResultInfo, 2),
+        MakeCase("ServicePublishInfo", FillServicePublishInfo, CheckServicePublishInfo, 3),
+    };
+}
+
+}  // namespace DdTest
+
+#endif  // DD_TEST_RECORD_SAMPLES_H

@@ -1,0 +1,433 @@
+// The records' log lines: construction, destruction, marshalling, refused
+// writes and failed allocations, each with its exact text and masking.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "parcel_test_seam.h"
+#include "record_samples.h"
+
+// Makes the next nothrow allocations on this thread fail. The records
+// allocate themselves with new (std::nothrow), so this reaches exactly their
+// allocation-failure path; every other allocation still goes through the
+// ordinary operator new, so sanitizer bookkeeping stays matched.
+namespace {
+thread_local int g_failNothrowNew = 0;
+}  // namespace
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    if (g_failNothrowNew > 0) {
+        --g_failNothrowNew;
+        return nullptr;
+    }
+    try {
+        return ::operator new(size);
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+namespace DdTest {
+namespace {
+
+class FailNextNothrowNew {
+public:
+    FailNextNothrowNew() { g_failNothrowNew = 1; }
+    ~FailNextNothrowNew() { g_failNothrowNew = 0; }
+    FailNextNothrowNew(const FailNextNothrowNew&) = delete;
+    FailNextNothrowNew& operator=(const FailNextNothrowNew&) = delete;
+};
+
+// All captured lines carry the label of their record.
+::testing::AssertionResult AllLinesLabelled(const LogCapture& capture, uint32_t domain, const std::string& tag)
+{
+    for (const auto& record : capture.Records()) {
+        if (record.type != LOG_CORE || record.domain != domain || record.tag != tag) {
+            return ::testing::AssertionFailure() << "wrong label on: " << record.message;
+        }
+    }
+    return ::testing::AssertionSuccess();
+}
+
+struct LifecycleCase {
+    std::string name;
+    std::function<void()> live;  // builds a record and lets it go
+    std::vector<std::string> lines;
+    uint32_t domain = CLIENT_DOMAIN;
+    std::string tag = CLIENT_TAG;
+};
+
+TEST(RecordLogTest, ConstructionAndDestructionLines)
+{
+    const std::vector<LifecycleCase> cases = {
+        {"DeviceInfo",
+         [] { DeviceInfo("udid-0123456789", "net-abcdef", "TV", 156); },
+         {"DeviceInfo# create:device = net****def, deviceName= TV, deviceType = 156",
+          "~DeviceInfo# destory:device = net****def, deviceName= TV, deviceType = 156"}},
+        {"DeviceServiceInfo",
+         [] { DeviceServiceInfo("Pad", 17, "h", "dev-id-9876", {}, "ab"); },
+         {"DeviceServiceInfo# create:device = ****, deviceName= Pad, deviceType = 17",
+          "~DeviceServiceInfo# destory:device = ****, deviceName= Pad, deviceType = 17"}},
+        {"LocalInfo: ability name masked only on creation",
+         [] { FillLocalInfo(); },
+         {"LocalInfo# localAbilityName=Mai****ity, localBundleName=com.example.app,localDeviceId=loc****-id, "
+          "localModuleName=entry, localDeviceType=14",
+          "~LocalInfo# destory:localAbilityName = MainAbility, localBundleName = com.example.app, "
+          "localDeviceId = loc****-id, localModuleName=entry, localDeviceType = 14"}},
+        {"AbilityFilter",
+         [] { AbilityFilter("com.b", "page", "desc", 12, 3); },
+         {"AbilityFilter# bundleName = com.b, abilityType = page, description = desc,deviceType = 12, "
+          "accountType = 3",
+          "~AbilityFilter# destory=page, description=desc, deviceType=12, accountType=3"}},
+        {"PickerResult: fresh",
+         [] { PickerResult(); },
+         {"PickerResult# create: abilityFilter_ = 1, deviceInfo_= 1 ",
+          "~PickerResult# destory: abilityFilter_ = 1, deviceInfo_= 1 "}},
+        {"DeviceDynamicInfo: the same text twice",
+         [] { DeviceDynamicInfo("battery", "87%"); },
+         {"DeviceDynamicInfo# key=battery, value=87%", "~DeviceDynamicInfo# key=battery, value=87%"},
+         INFO_COLLECTION_DOMAIN,
+         INFO_COLLECTION_TAG},
+        {"RequestResultInfo: creation only",
+         [] { RequestResultInfo(7, 0); },
+         {"RequestResultInfo# create:eventCode = 7, resultCode = 0"}},
+        {"ServicePublishInfo: creation only",
+         [] { ServicePublishInfo(5, 6, 1); },
+         {"ServicePublishInfo# new ServicePublishInfo: publishId:5 serviceCode:6 publishMode:1"}},
+        {"silent records",
+         [] {
+             DeviceFilter({1}, {2});
+             ServiceFilter("s", {"PAD"});
+             DeviceConfigInfo("m", "{}", "n", 1, 0);
+         },
+         {}},
+    };
+    for (const LifecycleCase& c : cases) {
+        LogCapture capture;
+        c.live();
+        EXPECT_TRUE(LoggedSequence(capture, c.lines)) << c.name;
+        EXPECT_TRUE(AllLinesLabelled(capture, c.domain, c.tag)) << c.name;
+        for (const auto& record : capture.Records()) {
+            EXPECT_EQ(record.level, LOG_INFO) << c.name;
+        }
+    }
+}
+
+// Copies are made without a creation line but are destroyed with one.
+TEST(RecordLogTest, CopiesLogOnlyTheirDestruction)
+{
+    sptr<DeviceInfo> device = FillDeviceInfo();
+    sptr<DeviceServiceInfo> service = FillDeviceServiceInfo();
+    LogCapture capture;
+    {
+        DeviceInfo copy(*device);
+        DeviceServiceInfo serviceCopy(*service);
+        DeviceInfo assigned;
+        capture.Clear();
+        assigned = copy;
+    }
+    EXPECT_TRUE(LoggedSequence(
+        capture, {"~DeviceInfo# destory:device = net****def, deviceName= Living room TV, deviceType = 156",
+                  "~DeviceServiceInfo# destory:device = net****-42, deviceName= Kitchen pad, deviceType = 17",
+                  "~DeviceInfo# destory:device = net****def, deviceName= Living room TV, deviceType = 156"}));
+}
+
+TEST(RecordLogTest, MarshallingSuccessLines)
+{
+    struct Case {
+        std::string name;
+        std::vector<sptr<Parcelable>> records;
+        std::vector<std::string> lines;
+    };
+    const std::vector<Case> cases = {
+        {"DeviceInfo: both identifiers masked",
+         {FillDeviceInfo()},
+         {"Marshalling# success:udid_:udi****789, networkId_:net****def, deviceName_:Living room TV, "
+          "deviceType:156"}},
+        {"DeviceInfo: short identifiers are masks alone",
+         {new DeviceInfo("ab", "", "n", 0)},
+         {"Marshalling# success:udid_:****, networkId_:****, deviceName_:n, deviceType:0"}},
+        {"DeviceServiceInfo: the device id is labelled udid",
+         {FillDeviceServiceInfo()},
+         {"Marshalling# success:udid_:dev****876, networkId_:net****-42, deviceName_:Kitchen pad, deviceType:17"}},
+        {"LocalInfo: only the device id masked",
+         {FillLocalInfo()},
+         {"Marshalling# localAbilityName_:MainAbility, localBundleName_:com.example.app, "
+          "localDeviceId_:loc****-id, localModuleName_:entry, localDeviceType_:14"}},
+        {"DeviceDynamicInfo", {new DeviceDynamicInfo("k", "v")}, {"Marshalling# success key=k, value=v"}},
+        {"silent on success",
+         {FillAbilityFilter(), FillDeviceFilter(), FillServiceFilter(), FillDeviceConfigInfo(), FillRequestResultInfo(),
+          FillServicePublishInfo(), new PickerResult()},
+         {}},
+    };
+    for (const Case& c : cases) {
+        Parcel parcel;
+        LogCapture capture;
+        for (const auto& record : c.records) {
+            EXPECT_TRUE(record->Marshalling(parcel)) << c.name;
+        }
+        EXPECT_TRUE(LoggedSequence(capture, c.lines)) << c.name;
+        for (const auto& record : capture.Records()) {
+            EXPECT_EQ(record.level, LOG_INFO) << c.name;
+        }
+    }
+}
+
+struct FailureCase {
+    std::string name;
+    std::function<sptr<Parcelable>()> fill;
+    int fieldCount;
+    // The ERROR line when the write of field `failed` (0-based) is refused.
+    std::function<ExpectedLine(int failed)> line;
+};
+
+// Refusing each field's write in turn: Marshalling returns false after one
+// ERROR line and nothing else, and leaves exactly the fields written before
+// the refusal; allowing every field's write lets it succeed.
+TEST(RecordLogTest, RefusedWriteStopsMarshallingWithOneErrorLine)
+{
+    auto fixed = [](const std::string& file, const std::string& text) {
+        return [file, text](int) { return ClientLine(LOG_ERROR, file, "Marshalling", text); };
+    };
+    const std::string af = "ability_filter";
+    const std::vector<FailureCase> cases = {
+        {"DeviceInfo", [] { return sptr<Parcelable>(FillDeviceInfo()); }, 4,
+         fixed(af, "failed:udid_:udi****789, networkId_:net-abcdef, deviceName_:Living room TV, deviceType:156")},
+        {"DeviceServiceInfo", [] { return sptr<Parcelable>(FillDeviceServiceInfo()); }, 8,
+         fixed(af, "failed:udid_:dev****876, networkId_:network-42, deviceName_:Kitchen pad, deviceType:17")},
+        {"LocalInfo", [] { return sptr<Parcelable>(FillLocalInfo()); }, 5,
+         fixed(af,
+               "failed:localAbilityName_:MainAbility, localBundleName_:com.example.app, "
+               "localDeviceId_:loc****-id, localModuleName_:entry, localDeviceType_:14")},
+        {"AbilityFilter", [] { return sptr<Parcelable>(FillAbilityFilter()); }, 6,
+         fixed(af,
+               "failed: bundleName: com.example.bundle, abilityType: page, abilityDescription: desc,"
+               "deviceType:12, , accountType:3")},
+        {"DeviceFilter", [] { return sptr<Parcelable>(FillDeviceFilter()); }, 2, fixed(af, "write failed, dt:3 at:2")},
+        {"ServiceFilter", [] { return sptr<Parcelable>(FillServiceFilter()); }, 2,
+         fixed(af, "write ServiceFilter failed: serviceName_ = cast")},
+        {"PickerResult", [] { return sptr<Parcelable>(FillPickerResult()); }, 3,
+         fixed(af, "write PickerResult failed: abilityFilter_ = 0, deviceInfo_= 0 localInfo_= 0")},
+        {"PickerResult: fresh", [] { return sptr<Parcelable>(new PickerResult()); }, 3,
+         fixed(af, "write PickerResult failed: abilityFilter_ = 1, deviceInfo_= 1 localInfo_= 1")},
+        {"DeviceDynamicInfo", [] { return sptr<Parcelable>(FillDeviceDynamicInfo()); }, 2,
+         [](int) {
+             return ExpectedLine{LOG_ERROR,           INFO_COLLECTION_DOMAIN,
+                                 INFO_COLLECTION_TAG, "device_dynamic_info",
+                                 "Marshalling",       "failed key=battery, value=87%"};
+         }},
+        {"DeviceConfigInfo", [] { return sptr<Parcelable>(FillDeviceConfigInfo()); }, 5,
+         fixed("device_config_info", "failed: modelId_:model-X1")},
+        {"RequestResultInfo", [] { return sptr<Parcelable>(FillRequestResultInfo()); }, 2,
+         [](int failed) {
+             return ClientLine(LOG_ERROR, "publish_event_info", "Marshalling",
+                               failed == 0 ? "write eventCode failed, eventCode:7"
+                                           : "write resultCode failed, resultCode:2147483649");
+         }},
+        {"ServicePublishInfo", [] { return sptr<Parcelable>(FillServicePublishInfo()); }, 3,
+         fixed("service_publish_info", "failed: publishId:-1")},
+    };
+    for (const FailureCase& c : cases) {
+        sptr<Parcelable> record = c.fill();
+        std::vector<uint8_t> full = Encode(*record);
+        size_t previousSize = 0;
+        for (int allowed = 0; allowed <= c.fieldCount; ++allowed) {
+            std::string where = c.name + ", writes allowed: " + std::to_string(allowed);
+            Parcel parcel;
+            LogCapture capture;
+            bool ok;
+            {
+                ParcelTestSeam::ScopedWriteFailure failure(allowed);
+                ok = record->Marshalling(parcel);
+            }
+            std::vector<uint8_t> written = Bytes(parcel);
+            size_t errors = 0;
+            for (const auto& line : capture.Records()) {
+                errors += line.level == LOG_ERROR ? 1 : 0;
+            }
+            if (allowed == c.fieldCount) {
+                EXPECT_TRUE(ok) << where;
+                EXPECT_EQ(written, full) << where;
+                EXPECT_EQ(errors, 0u) << where;
+                continue;
+            }
+            EXPECT_FALSE(ok) << where;
+            EXPECT_TRUE(Logged(capture, c.line(allowed))) << where;
+            EXPECT_EQ(errors, 1u) << where;
+            // The record's own line comes last: nothing logs success after the refusal
+            // (a nested record may have logged its own success before it).
+            auto lines = capture.Records();
+            ASSERT_FALSE(lines.empty()) << where;
+            EXPECT_TRUE(Matches(lines.back(), c.line(allowed))) << where << DescribeRecords(lines);
+            // What was written before the refusal stays, and is the start of the full encoding.
+            ASSERT_LE(written.size(), full.size()) << where;
+            EXPECT_TRUE(std::equal(written.begin(), written.end(), full.begin())) << where;
+            if (allowed == 0) {
+                EXPECT_TRUE(written.empty()) << where;
+            } else {
+                EXPECT_GT(written.size(), previousSize) << where;
+            }
+            previousSize = written.size();
+        }
+    }
+}
+
+// The field boundaries of two records, pinned exactly.
+TEST(RecordLogTest, RefusedWriteLeavesTheEarlierFields)
+{
+    LogCapture quiet;
+    Parcel deviceInfo;
+    {
+        ParcelTestSeam::ScopedWriteFailure failure(2);
+        EXPECT_FALSE(DeviceInfo("ab", "netw", "x", 14).Marshalling(deviceInfo));
+    }
+    EXPECT_EQ(ToHex(deviceInfo), "02000000 61620000 04000000 6e657477 00000000");
+
+    Parcel config;
+    {
+        ParcelTestSeam::ScopedWriteFailure failure(3);
+        EXPECT_FALSE(DeviceConfigInfo("m", "{}", "", 2607, 1).Marshalling(config));
+    }
+    EXPECT_EQ(ToHex(config), "01000000 6d000000 02000000 7b7d0000 00000000 00000000");
+}
+
+TEST(RecordLogTest, ReadingLogsTheConstructorLinesWithTheValuesRead)
+{
+    Parcel parcel;
+    {
+        LogCapture quiet;
+        FillAbilityFilter()->Marshalling(parcel);
+        FillDeviceDynamicInfo()->Marshalling(parcel);
+    }
+    LogCapture capture;
+    sptr<AbilityFilter> filter = AbilityFilter::Unmarshalling(parcel);
+    sptr<DeviceDynamicInfo> dynamic = DeviceDynamicInfo::Unmarshalling(parcel);
+    Parcel empty;
+    sptr<DeviceInfo> device = DeviceInfo::Unmarshalling(empty);
+    EXPECT_TRUE(LoggedSequence(
+        capture, {"AbilityFilter# bundleName = com.example.bundle, abilityType = page, description = desc,"
+                  "deviceType = 12, accountType = 3",
+                  "DeviceDynamicInfo# key=battery, value=87%",
+                  "DeviceInfo# create:device = ****, deviceName= , deviceType = 0"}));
+
+    capture.Clear();
+    sptr<PickerResult> written = FillPickerResult();
+    Parcel pickerParcel;
+    written->Marshalling(pickerParcel);
+    capture.Clear();
+    sptr<PickerResult> read = PickerResult::Unmarshalling(pickerParcel);
+    ASSERT_NE(read, nullptr);
+    EXPECT_TRUE(LoggedSequence(
+        capture,
+        {"PickerResult# create: abilityFilter_ = 1, deviceInfo_= 1 ",
+         "AbilityFilter# bundleName = com.example.bundle, abilityType = page, description = desc,deviceType = 12, "
+         "accountType = 3",
+         "DeviceInfo# create:device = net****def, deviceName= Living room TV, deviceType = 156",
+         "LocalInfo# localAbilityName=Mai****ity, localBundleName=com.example.app,localDeviceId=loc****-id, "
+         "localModuleName=entry, localDeviceType=14"}));
+    capture.Clear();
+    read = nullptr;
+    EXPECT_TRUE(CountText(capture.Records(), "~PickerResult", "destory: abilityFilter_ = 0, deviceInfo_= 0 ") == 1)
+        << DescribeRecords(capture.Records());
+}
+
+struct AllocationCase {
+    std::string name;
+    std::function<sptr<Parcelable>()> fill;
+    std::function<sptr<Parcelable>(Parcel&)> read;
+    std::vector<ExpectedLine> lines;  // empty: no line at all
+};
+
+TEST(RecordLogTest, FailedAllocationGivesNullAndOneErrorLine)
+{
+    const std::string af = "ability_filter";
+    auto un = [](const std::string& file, const std::string& text) {
+        return std::vector<ExpectedLine>{ClientLine(LOG_ERROR, file, "Unmarshalling", text)};
+    };
+    std::vector<AllocationCase> cases = {
+        {"DeviceInfo", [] { return sptr<Parcelable>(FillDeviceInfo()); },
+         [](Parcel& p) { return sptr<Parcelable>(DeviceInfo::Unmarshalling(p)); },
+         un(af,
+            "new DeviceInfo failed, udid:udi****789, networkId:net-abcdef, deviceName:Living room TV,"
+            "deviceType:156")},
+        {"DeviceServiceInfo", [] { return sptr<Parcelable>(FillDeviceServiceInfo()); },
+         [](Parcel& p) { return sptr<Parcelable>(DeviceServiceInfo::Unmarshalling(p)); },
+         un(af,
+            "new DeviceServiceInfo failed, udid:dev****876, networkId:network-42, deviceName:Kitchen pad,"
+            "deviceType:17")},
+        {"LocalInfo", [] { return sptr<Parcelable>(FillLocalInfo()); },
+         [](Parcel& p) { return sptr<Parcelable>(LocalInfo::Unmarshalling(p)); },
+         un(af,
+            "new LocalInfo failed, localAbilityName:MainAbility, localBundleName:com.example.app, "
+            "localDeviceId:loc****-id, localModuleNam:entry, localDeviceType:14")},
+        {"AbilityFilter", [] { return sptr<Parcelable>(FillAbilityFilter()); },
+         [](Parcel& p) { return sptr<Parcelable>(AbilityFilter::Unmarshalling(p)); },
+         un(af,
+            "new AbilityFilter failed, bundleName = com.example.bundle, abilityType:page, "
+            "abilityDescription:desc,deviceType:12, accountType:3")},
+        {"DeviceFilter: no line",
+         [] { return sptr<Parcelable>(FillDeviceFilter()); },
+         [](Parcel& p) { return sptr<Parcelable>(DeviceFilter::Unmarshalling(p)); },
+         {}},
+        {"ServiceFilter", [] { return sptr<Parcelable>(FillServiceFilter()); },
+         [](Parcel& p) { return sptr<Parcelable>(ServiceFilter::Unmarshalling(p)); },
+         un(af, "new ServiceFilter failed")},
+        {"PickerResult", [] { return sptr<Parcelable>(FillPickerResult()); },
+         [](Parcel& p) { return sptr<Parcelable>(PickerResult::Unmarshalling(p)); }, un(af, "new PickerResult failed")},
+        {"DeviceDynamicInfo",
+         [] { return sptr<Parcelable>(FillDeviceDynamicInfo()); },
+         [](Parcel& p) { return sptr<Parcelable>(DeviceDynamicInfo::Unmarshalling(p)); },
+         {ExpectedLine{LOG_ERROR, INFO_COLLECTION_DOMAIN, INFO_COLLECTION_TAG, "device_dynamic_info", "Unmarshalling",
+                       "new DeviceDynamicInfo failed, key=battery, value=87%"}}},
+        {"DeviceConfigInfo", [] { return sptr<Parcelable>(FillDeviceConfigInfo()); },
+         [](Parcel& p) { return sptr<Parcelable>(DeviceConfigInfo::Unmarshalling(p)); },
+         un("device_config_info", "new DeviceConfigInfo failed, modelId_:model-X1")},
+        {"RequestResultInfo", [] { return sptr<Parcelable>(FillRequestResultInfo()); },
+         [](Parcel& p) { return sptr<Parcelable>(RequestResultInfo::Unmarshalling(p)); },
+         un("publish_event_info", "Unmarshalling failed, eventCode:7, resultCode:-2147483647")},
+        {"ServicePublishInfo", [] { return sptr<Parcelable>(FillServicePublishInfo()); },
+         [](Parcel& p) { return sptr<Parcelable>(ServicePublishInfo::Unmarshalling(p)); },
+         un("service_publish_info", "new ServicePublishInfo failed, publishId:-1")},
+    };
+    for (const AllocationCase& c : cases) {
+        Parcel parcel;
+        {
+            LogCapture quiet;
+            ASSERT_TRUE(c.fill()->Marshalling(parcel)) << c.name;
+        }
+        LogCapture capture;
+        sptr<Parcelable> read;
+        {
+            FailNextNothrowNew failure;
+            read = c.read(parcel);
+        }
+        EXPECT_EQ(read, nullptr) << c.name;
+        EXPECT_EQ(capture.Records().size(), c.lines.size()) << c.name << DescribeRecords(capture.Records());
+        for (const ExpectedLine& line : c.lines) {
+            EXPECT_TRUE(Logged(capture, line)) << c.name;
+        }
+    }
+}
+
+// The record allocates before it reads, so a failed allocation reads nothing.
+TEST(RecordLogTest, PickerResultAllocationFailureReadsNothing)
+{
+    Parcel parcel;
+    {
+        LogCapture quiet;
+        FillPickerResult()->Marshalling(parcel);
+    }
+    LogCapture quiet;
+    FailNextNothrowNew failure;
+    EXPECT_EQ(PickerResult::Unmarshalling(parcel), nullptr);
+    EXPECT_EQ(parcel.GetReadPosition(), 0u);
+}
+
+}  // namespace
+}  // namespace DdTest

@@ -1,0 +1,288 @@
+// The records on the wire: round trips, the exact bytes, and input that is
+// short or damaged.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "record_samples.h"
+
+namespace DdTest {
+namespace {
+
+// Writes each filled record, reads it back and checks every field; the read
+// must stop exactly where the write ended, and the record read must write
+// the same bytes again.
+TEST(RecordWireTest, RoundTripKeepsEveryFieldAndConsumesExactlyTheWrite)
+{
+    LogCapture quiet;
+    for (const RecordCase& c : AllRecords()) {
+        SCOPED_TRACE(c.name);
+        sptr<Parcelable> original = c.fill();
+        Parcel parcel;
+        ASSERT_TRUE(original->Marshalling(parcel));
+        size_t written = parcel.GetWritePosition();
+
+        sptr<Parcelable> read = c.read(parcel);
+        ASSERT_NE(read, nullptr);
+        EXPECT_EQ(parcel.GetReadPosition(), written);
+        c.check(*read);
+        EXPECT_EQ(Encode(*read), Bytes(parcel));
+    }
+}
+
+// A copy is a value: it writes the same bytes as its source.
+TEST(RecordWireTest, CopiesWriteTheSameBytes)
+{
+    LogCapture quiet;
+    sptr<DeviceInfo> deviceInfo = FillDeviceInfo();
+    sptr<DeviceServiceInfo> serviceInfo = FillDeviceServiceInfo();
+    sptr<AbilityFilter> abilityFilter = FillAbilityFilter();
+    sptr<DeviceConfigInfo> configInfo = FillDeviceConfigInfo();
+    EXPECT_EQ(Encode(DeviceInfo(*deviceInfo)), Encode(*deviceInfo));
+    EXPECT_EQ(Encode(DeviceServiceInfo(*serviceInfo)), Encode(*serviceInfo));
+    EXPECT_EQ(Encode(AbilityFilter(*abilityFilter)), Encode(*abilityFilter));
+    DeviceConfigInfo assigned;
+    assigned = *configInfo;
+    EXPECT_EQ(Encode(assigned), Encode(*configInfo));
+}
+
+struct GoldenCase {
+    std::string name;
+    std::function<bool(Parcel&)> write;
+    std::string hex;
+};
+
+TEST(RecordWireTest, GoldenBytes)
+{
+    LogCapture quiet;
+    auto smallAbilityFilter = [] {
+        sptr<AbilityFilter> filter = new AbilityFilter("b", "t", "", 8, 1);
+        filter->SetAction("go");
+        return filter;
+    };
+    const std::string deviceInfoHex = "02000000 61620000 04000000 6e657477 00000000 01000000 78000000 0e000000";
+    const std::string abilityFilterHex =
+        "01000000 62000000 01000000 74000000 00000000 00000000 08000000 01000000 02000000 676f0000";
+    const std::string localInfoHex = "01000000 61000000 01000000 62000000 01000000 63000000 01000000 64000000 0c000000";
+    const std::vector<GoldenCase> cases = {
+        {"DeviceInfo: three strings, then the type",
+         [](Parcel& p) { return DeviceInfo("ab", "netw", "x", 14).Marshalling(p); }, deviceInfoHex},
+        {"AbilityFilter: the action travels last", [&](Parcel& p) { return smallAbilityFilter()->Marshalling(p); },
+         abilityFilterHex},
+        {"DeviceFilter: two uint32 vectors, the second empty",
+         [](Parcel& p) {
+             return DeviceFilter({14, 17}, {}).Marshalling(p);
+         },
+         "02000000 0e000000 11000000 00000000"},
+        {"ServiceFilter: name, then the list with an empty name",
+         [](Parcel& p) {
+             return ServiceFilter("tv", {"PAD", ""}).Marshalling(p);
+         },
+         "02000000 74760000 02000000 03000000 50414400 00000000 00000000"},
+        {"LocalInfo: four strings, then the type",
+         [](Parcel& p) { return LocalInfo("a", "b", "c", "d", 12).Marshalling(p); }, localInfoHex},
+        {"DeviceServiceInfo: the type second, the rules fifth",
+         [](Parcel& p) { return DeviceServiceInfo("n", 14, "h", "i", {"r"}, "w", "m", "e").Marshalling(p); },
+         "01000000 6e000000 0e000000 01000000 68000000 01000000 69000000 01000000 01000000 72000000 "
+         "01000000 77000000 01000000 6d000000 01000000 65000000"},
+        {"PickerResult: three present members",
+         [&](Parcel& p) {
+             PickerResult result;
+             result.SetAbilityFilter(smallAbilityFilter());
+             result.SetDeviceInfo(new DeviceInfo("ab", "netw", "x", 14));
+             result.SetLocalDeviceInfo(new LocalInfo("a", "b", "c", "d", 12));
+             return result.Marshalling(p);
+         },
+         "01000000 " + abilityFilterHex + " 01000000 " + deviceInfoHex + " 01000000 " + localInfoHex},
+        {"PickerResult: fresh, three absent members", [](Parcel& p) { return PickerResult().Marshalling(p); },
+         "00000000 00000000 00000000"},
+        {"DeviceDynamicInfo: two empty strings", [](Parcel& p) { return DeviceDynamicInfo("", "").Marshalling(p); },
+         "00000000 00000000 00000000 00000000"},
+        {"DeviceConfigInfo: three strings, then two numbers",
+         [](Parcel& p) { return DeviceConfigInfo("m", "{}", "", 2607, 1).Marshalling(p); },
+         "01000000 6d000000 02000000 7b7d0000 00000000 00000000 2f0a0000 01000000"},
+        {"RequestResultInfo(7, 0)", [](Parcel& p) { return RequestResultInfo(7, 0).Marshalling(p); },
+         "07000000 00000000"},
+        {"ServicePublishInfo: publish id, service code, mode",
+         [](Parcel& p) { return ServicePublishInfo(1, 2, 3).Marshalling(p); }, "01000000 02000000 03000000"},
+    };
+    for (const GoldenCase& c : cases) {
+        Parcel parcel;
+        EXPECT_TRUE(c.write(parcel)) << c.name;
+        EXPECT_EQ(ToHex(parcel), c.hex) << c.name;
+    }
+}
+
+// A short parcel reads as an empty record (the same bytes as a
+// default-constructed one), except for the two records that insist on
+// their content.
+TEST(RecordWireTest, EmptyParcelGivesEmptyRecordOrNull)
+{
+    LogCapture quiet;
+    for (const RecordCase& c : AllRecords()) {
+        SCOPED_TRACE(c.name);
+        Parcel empty;
+        sptr<Parcelable> read = c.read(empty);
+        if (!c.toleratesShortParcel) {
+            EXPECT_EQ(read, nullptr);
+            continue;
+        }
+        ASSERT_NE(read, nullptr);
+        EXPECT_EQ(Encode(*read), Encode(*c.makeEmpty()));
+    }
+}
+
+// Every truncation and every single-bit flip of a good encoding must read
+// without a crash or an oversized allocation (the sanitizer builds catch
+// both); the tolerant records must still yield a record.
+TEST(RecordWireTest, TruncatedAndFlippedInputReadsSafely)
+{
+    LogCapture quiet;
+    for (const RecordCase& c : AllRecords()) {
+        SCOPED_TRACE(c.name);
+        std::vector<uint8_t> good = Encode(*c.fill());
+        ASSERT_FALSE(good.empty());
+        for (size_t length = 0; length < good.size(); ++length) {
+            Parcel parcel;
+            ASSERT_TRUE(parcel.ParseFrom(good.data(), length));
+            sptr<Parcelable> read = c.read(parcel);
+            if (c.toleratesShortParcel) {
+                EXPECT_NE(read, nullptr) << "truncated to " << length;
+            }
+            EXPECT_LE(parcel.GetReadPosition(), length);
+        }
+        for (size_t bit = 0; bit < good.size() * 8; ++bit) {
+            std::vector<uint8_t> damaged = good;
+            damaged[bit / 8] ^= static_cast<uint8_t>(1u << (bit % 8));
+            Parcel parcel;
+            ASSERT_TRUE(parcel.ParseFrom(damaged.data(), damaged.size()));
+            sptr<Parcelable> read = c.read(parcel);
+            if (c.toleratesShortParcel) {
+                EXPECT_NE(read, nullptr) << "bit " << bit;
+            }
+        }
+    }
+}
+
+TEST(RecordWireTest, DeviceFilterNeedsBothLists)
+{
+    struct Case {
+        std::string name;
+        std::function<void(Parcel&)> write;
+    };
+    const std::vector<Case> cases = {
+        {"nothing at all", [](Parcel&) {}},
+        {"device types but no account types",
+         [](Parcel& p) {
+             p.WriteUInt32Vector({14, 17});
+         }},
+        {"device type count past the end", [](Parcel& p) { p.WriteInt32(1000); }},
+        {"account type count past the end",
+         [](Parcel& p) {
+             p.WriteUInt32Vector({14});
+             p.WriteInt32(2);
+             p.WriteUint32(1);
+         }},
+        {"negative count", [](Parcel& p) { p.WriteInt32(-1); }},
+    };
+    for (const Case& c : cases) {
+        LogCapture capture;
+        Parcel parcel;
+        c.write(parcel);
+        EXPECT_EQ(DeviceFilter::Unmarshalling(parcel), nullptr) << c.name;
+        EXPECT_TRUE(LoggedSequence(capture, {"Unmarshalling# read vector failed"})) << c.name;
+        EXPECT_TRUE(Logged(capture, AbilityFilterFileLine(LOG_ERROR, "Unmarshalling", "read vector failed"))) << c.name;
+    }
+}
+
+TEST(RecordWireTest, DeviceFilterWithTwoEmptyListsRoundTrips)
+{
+    Parcel parcel;
+    ASSERT_TRUE(DeviceFilter().Marshalling(parcel));
+    sptr<DeviceFilter> read = DeviceFilter::Unmarshalling(parcel);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(ToHex(parcel), "00000000 00000000");
+    EXPECT_EQ(Encode(*read), Bytes(parcel));
+}
+
+// The lists of ServiceFilter and DeviceServiceInfo are read without a check:
+// a list the platform refuses leaves it empty and the record still comes back.
+TEST(RecordWireTest, UnreadableStringListsDoNotFailTheRecord)
+{
+    LogCapture quiet;
+    Parcel filterParcel;
+    filterParcel.WriteString("cast");
+    filterParcel.WriteInt32(1000);  // a count the parcel cannot hold
+    sptr<ServiceFilter> filter = ServiceFilter::Unmarshalling(filterParcel);
+    ASSERT_NE(filter, nullptr);
+    EXPECT_EQ(filter->GetServiceName(), "cast");
+    EXPECT_TRUE(filter->GetDeviceType().empty());
+
+    Parcel infoParcel;
+    infoParcel.WriteString("name");
+    infoParcel.WriteUint32(14);
+    infoParcel.WriteString("hash");
+    infoParcel.WriteString("id");
+    infoParcel.WriteInt32(-5);
+    sptr<DeviceServiceInfo> info = DeviceServiceInfo::Unmarshalling(infoParcel);
+    ASSERT_NE(info, nullptr);
+    EXPECT_EQ(info->GetDeviceId(), "id");
+    EXPECT_TRUE(info->GetServiceRuleList().empty());
+}
+
+TEST(RecordWireTest, PickerResultNeedsAllThreeMembers)
+{
+    struct Case {
+        std::string name;
+        std::function<void(PickerResult&)> unset;
+    };
+    const std::vector<Case> cases = {
+        {"ability filter", [](PickerResult& r) { r.SetAbilityFilter(nullptr); }},
+        {"device info", [](PickerResult& r) { r.SetDeviceInfo(nullptr); }},
+        {"local info", [](PickerResult& r) { r.SetLocalDeviceInfo(nullptr); }},
+    };
+    for (const Case& c : cases) {
+        sptr<PickerResult> written = FillPickerResult();
+        c.unset(*written);
+        Parcel parcel;
+        ASSERT_TRUE(written->Marshalling(parcel)) << c.name;
+        LogCapture capture;
+        EXPECT_EQ(PickerResult::Unmarshalling(parcel), nullptr) << c.name;
+        EXPECT_TRUE(Logged(
+            capture, AbilityFilterFileLine(LOG_ERROR, "Unmarshalling", "read abilityFilter_ or deviceInfo_ failed")))
+            << c.name;
+        // The members after a missing one are still read.
+        EXPECT_EQ(parcel.GetReadPosition(), parcel.GetDataSize()) << c.name;
+        EXPECT_TRUE(Logged(
+            capture, AbilityFilterFileLine(LOG_INFO, "~PickerResult", "destory: abilityFilter_ = 1, deviceInfo_= 1 ")))
+            << c.name;
+    }
+}
+
+// PickerResult shares its members; the other records copy their fields.
+TEST(RecordWireTest, PickerResultCopySharesMembers)
+{
+    LogCapture quiet;
+    sptr<PickerResult> original = FillPickerResult();
+    PickerResult copy(*original);
+    EXPECT_EQ(copy.GetDeviceInfo(), original->GetDeviceInfo());
+    EXPECT_EQ(copy.GetAbilityFilter(), original->GetAbilityFilter());
+    EXPECT_EQ(copy.GetLocalDeviceInfo(), original->GetLocalDeviceInfo());
+}
+
+// A heap copy has its own counts: dropping it must leave the source alive.
+TEST(RecordWireTest, HeapCopyHasItsOwnReferenceCount)
+{
+    LogCapture quiet;
+    sptr<DeviceInfo> original = FillDeviceInfo();
+    sptr<DeviceInfo> copy = new DeviceInfo(*original);
+    EXPECT_EQ(copy->GetSptrRefCount(), 1);
+    EXPECT_EQ(original->GetSptrRefCount(), 1);
+    copy = nullptr;
+    CheckDeviceInfo(*original);
+}
+
+}  // namespace
+}  // namespace DdTest

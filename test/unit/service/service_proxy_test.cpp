@@ -1,0 +1,325 @@
+// The service answering every request code, driven through the real
+// DeviceDetectProxy against the embedded service of the built-in world.
+#include <algorithm>
+#include <list>
+#include <tuple>
+
+#include "control_client.h"
+#include "service_filter.h"
+#include "service_test_util.h"
+#include "sim_status.h"
+
+namespace Tavik {
+namespace Syntavo {
+namespace Sim {
+namespace Test {
+namespace {
+
+std::vector<std::string> Udids(const std::vector<DeviceInfo>& devices)
+{
+    std::vector<std::string> udids;
+    for (const DeviceInfo& device : devices) {
+        udids.push_back(device.GetDeviceUdid());
+    }
+    return udids;
+}
+
+std::vector<std::string> OnlineUdids()
+{
+    return {"udid-tv-0001", "udid-pad-0001", "udid-watch-0001", "udid-pc-0001", "udid-display-0001"};
+}
+
+using ServiceProxyTest = EmbeddedServiceTest;
+
+TEST_F(ServiceProxyTest, TrustedListHoldsTheOnlineDevicesWithTheirFields)
+{
+    std::vector<DeviceInfo> devices;
+    ASSERT_EQ(proxy_->GetTrustedDeviceList("pkg", devices), 0);
+    EXPECT_EQ(Udids(devices), OnlineUdids());
+    EXPECT_EQ(devices[0].GetDeviceNetworkId(), "net-tv-0001");
+    EXPECT_EQ(devices[0].GetDeviceName(), "Living Room TV");
+    EXPECT_EQ(devices[0].GetDeviceType(), 156u);
+
+    std::string detail;
+    ASSERT_EQ(Sim().SetDeviceState("net-car-0001", DeviceState::ONLINE, detail), SIM_OK);
+    ASSERT_EQ(Sim().SetDeviceState("udid-tv-0001", DeviceState::OFFLINE, detail), SIM_OK);
+    devices.clear();
+    ASSERT_EQ(proxy_->GetTrustedDeviceList("pkg", devices), 0);
+    EXPECT_EQ(Udids(devices), (std::vector<std::string>{"udid-pad-0001", "udid-car-0001", "udid-watch-0001",
+                                                        "udid-pc-0001", "udid-display-0001"}));
+}
+
+TEST_F(ServiceProxyTest, ServiceFilterSelectsByServiceNameAndTypeName)
+{
+    struct Case {
+        std::string service;
+        std::vector<std::string> types;
+        std::vector<std::string> expected;
+    };
+    const Case cases[] = {
+        {"", {}, OnlineUdids()},
+        {"castService", {}, {"udid-tv-0001", "udid-pc-0001", "udid-display-0001"}},
+        {"castService", {"TV", "PC"}, {"udid-tv-0001", "udid-pc-0001"}},
+        {"", {"WATCH"}, {"udid-watch-0001"}},
+        {"navigation", {}, {}},   // the car offers it but is offline
+        {"castservice", {}, {}},  // names are compared byte for byte
+    };
+    for (const Case& c : cases) {
+        std::vector<DeviceInfo> devices;
+        ASSERT_EQ(proxy_->GetTrustedDeviceListWithServiceFilter(sptr<ServiceFilter>::MakeSptr(c.service, c.types),
+                                                                "pkg", devices),
+                  0);
+        EXPECT_EQ(Udids(devices), c.expected) << "service \"" << c.service << "\"";
+    }
+}
+
+TEST_F(ServiceProxyTest, AbilityFilterListReturnsEachDeviceWithTheAbilitiesThatPassed)
+{
+    auto files = sptr<AbilityFilter>::MakeSptr("com.tavik.files");
+    auto page = sptr<AbilityFilter>::MakeSptr("", "page", "", 156, 0);  // pages on TVs
+    std::vector<sptr<AbilityFilter>> filters{files, page};
+    std::list<std::tuple<DeviceInfo, std::list<sptr<AbilityFilter>>>> result;
+    ASSERT_EQ(proxy_->GetTrustedDeviceListWithAbilityFilter(filters, result), 0);
+
+    std::vector<std::string> seen;
+    for (const auto& entry : result) {
+        for (const sptr<AbilityFilter>& ability : std::get<1>(entry)) {
+            ASSERT_NE(ability, nullptr);
+            seen.push_back(std::get<0>(entry).GetDeviceUdid() + " " + ability->GetBundleName() + " " +
+                           ability->GetAction() + " " + std::to_string(ability->GetDeviceType()) + " " +
+                           std::to_string(ability->GetAccountType()));
+        }
+    }
+    EXPECT_EQ(seen, (std::vector<std::string>{"udid-tv-0001 com.tavik.media play 156 1",
+                                              "udid-pad-0001 com.tavik.files sync 17 1",
+                                              "udid-pc-0001 com.tavik.files sync 12 1"}));
+
+    // An empty filter list selects nothing; an all-empty filter every online device.
+    std::vector<sptr<AbilityFilter>> none;
+    result.clear();
+    ASSERT_EQ(proxy_->GetTrustedDeviceListWithAbilityFilter(none, result), 0);
+    EXPECT_TRUE(result.empty());
+    std::vector<sptr<AbilityFilter>> any{sptr<AbilityFilter>::MakeSptr()};
+    ASSERT_EQ(proxy_->GetTrustedDeviceListWithAbilityFilter(any, result), 0);
+    EXPECT_EQ(result.size(), OnlineUdids().size());
+}
+
+TEST_F(ServiceProxyTest, DeviceFilterUsesBothListsAndOpensADetectSession)
+{
+    auto detect = sptr<DetectRecorder>::MakeSptr();
+    std::vector<DeviceInfo> devices;
+    // PAD 17, WATCH 109, CAR 131; same account only.
+    auto filter = sptr<DeviceFilter>::MakeSptr(std::vector<uint32_t>{17, 109, 131}, std::vector<uint32_t>{1});
+    ASSERT_EQ(proxy_->GetTrustedDeviceListWithDeviceFilter(filter, devices, detect), 0);
+    EXPECT_EQ(Udids(devices), (std::vector<std::string>{"udid-pad-0001", "udid-watch-0001"}));
+
+    // The car's account type is 2: it passes no session whose account list is {1}.
+    std::string detail;
+    Sim().SetDeviceState("udid-car-0001", DeviceState::ONLINE, detail);
+    Sim().SetDeviceState("udid-watch-0001", DeviceState::OFFLINE, detail);
+    EXPECT_EQ(detect->Events(), (std::vector<std::string>{"2 udid-watch-0001"}));
+
+    // An empty list matches nothing, as the filter's own matching says.
+    devices.clear();
+    auto empty = sptr<DeviceFilter>::MakeSptr(std::vector<uint32_t>{17}, std::vector<uint32_t>{});
+    ASSERT_EQ(proxy_->GetTrustedDeviceListWithDeviceFilter(empty, devices, sptr<DetectRecorder>::MakeSptr()), 0);
+    EXPECT_TRUE(devices.empty());
+    EXPECT_EQ(Sim().Registrations().detectSessions, 2u);
+}
+
+TEST_F(ServiceProxyTest, AbilityListenerGetsEventsOfMatchingDevicesUntilRemoved)
+{
+    auto all = sptr<DeviceRecorder>::MakeSptr();
+    auto maps = sptr<DeviceRecorder>::MakeSptr();
+    std::pair<int32_t, uint32_t> first = proxy_->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr(), "a", all);
+    std::pair<int32_t, uint32_t> second =
+        proxy_->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr("com.tavik.maps"), "b", maps);
+    ASSERT_EQ(first.first, 0);
+    ASSERT_EQ(second.first, 0);
+    EXPECT_NE(first.second, second.second);
+
+    std::string detail;
+    Sim().SetDeviceState("udid-car-0001", DeviceState::READY, detail);  // offline -> ready: online, then ready
+    Sim().SetDeviceState("udid-tv-0001", DeviceState::OFFLINE, detail);
+    Sim().SetDeviceState("udid-pad-0001", DeviceState::ONLINE, detail);  // no change, no event
+    EXPECT_EQ(all->Summary(),
+              (std::vector<std::string>{"online udid-car-0001", "ready udid-car-0001", "offline udid-tv-0001"}));
+    EXPECT_EQ(maps->Summary(), (std::vector<std::string>{"online udid-car-0001", "ready udid-car-0001"}));
+    DeviceEvent event = all->Events()[0];
+    EXPECT_EQ(event.networkId, "net-car-0001");
+    EXPECT_EQ(event.name, "Family Car");
+    EXPECT_EQ(event.type, 131u);
+
+    EXPECT_EQ(proxy_->UnregisterDevChangedCallback(first.second), 0);
+    EXPECT_EQ(proxy_->UnregisterDevChangedCallback(first.second), SIM_ERR_NO_SUCH_LISTENER);
+    // An ability-filter id is not a service-filter listener.
+    EXPECT_EQ(proxy_->UnregisterServiceFilterListener(second.second), SIM_ERR_NO_SUCH_LISTENER);
+    Sim().SetDeviceState("udid-car-0001", DeviceState::OFFLINE, detail);
+    EXPECT_EQ(all->Summary().size(), 3u);
+    EXPECT_EQ(maps->Summary().back(), "offline udid-car-0001");
+}
+
+TEST_F(ServiceProxyTest, ServiceFilterListenerMatchesThroughTheFilter)
+{
+    auto recorder = sptr<DeviceRecorder>::MakeSptr();
+    auto filter = sptr<ServiceFilter>::MakeSptr("fileShare", std::vector<std::string>{"2IN1", "PAD"});
+    std::pair<int32_t, uint32_t> registered = proxy_->RegisterCallbackWithServiceFilter(filter, "x", recorder);
+    ASSERT_EQ(registered.first, 0);
+
+    std::string detail;
+    Sim().SetDeviceState("udid-laptop-0001", DeviceState::ONLINE, detail);  // 2IN1 with fileShare
+    Sim().SetDeviceState("udid-pc-0001", DeviceState::OFFLINE, detail);     // fileShare, but a PC
+    Sim().SetDeviceState("udid-pad-0001", DeviceState::OFFLINE, detail);
+    EXPECT_EQ(recorder->Summary(), (std::vector<std::string>{"online udid-laptop-0001", "offline udid-pad-0001"}));
+
+    EXPECT_EQ(proxy_->UnregisterDevChangedCallback(registered.second), SIM_ERR_NO_SUCH_LISTENER);
+    EXPECT_EQ(proxy_->UnregisterServiceFilterListener(registered.second), 0);
+    EXPECT_EQ(Sim().Registrations().serviceFilterListeners, 0u);
+}
+
+TEST_F(ServiceProxyTest, ServiceChangedCallbackGetsTheDevicesServiceRecords)
+{
+    auto recorder = sptr<ServiceRecorder>::MakeSptr();
+    ASSERT_EQ(proxy_->RegisterServiceChangedCallback(recorder), 0);
+    std::string detail;
+    Sim().SetDeviceState("udid-car-0001", DeviceState::ONLINE, detail);
+    ASSERT_EQ(Sim().NotifyServiceChange(3, {"udid-tv-0001", "net-pad-0001"}, detail), SIM_OK);
+
+    auto events = recorder->Events();
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_EQ(events[0].first, static_cast<int32_t>(ServiceChangeEvent::DEVICE_ONLINE));
+    ASSERT_EQ(events[0].second.size(), 1u);
+    const DeviceServiceInfo& car = events[0].second[0];
+    EXPECT_EQ(car.GetDeviceId(), "udid-car-0001");
+    EXPECT_EQ(car.GetNetworkId(), "net-car-0001");
+    EXPECT_EQ(car.GetDeviceType(), 131u);
+    EXPECT_EQ(car.GetServiceRuleList(), std::vector<std::string>{"navigation"});  // no rules: the services
+    EXPECT_EQ(events[1].first, 3);
+    ASSERT_EQ(events[1].second.size(), 2u);
+    EXPECT_EQ(events[1].second[0].GetServiceRuleList(), std::vector<std::string>{"cast:allow"});
+    EXPECT_EQ(events[1].second[1].GetDeviceId(), "udid-pad-0001");
+
+    ASSERT_EQ(proxy_->UnregisterServiceChangedCallback(), 0);
+    Sim().SetDeviceState("udid-car-0001", DeviceState::OFFLINE, detail);
+    EXPECT_EQ(recorder->Events().size(), 2u);
+}
+
+TEST_F(ServiceProxyTest, DeviceInformationQueries)
+{
+    DeviceInfo local;
+    ASSERT_EQ(proxy_->GetLocalDeviceInfo(local), 0);
+    EXPECT_EQ(local.GetDeviceUdid(), "udid-local-phone-0001");
+    EXPECT_EQ(local.GetDeviceType(), 14u);
+
+    std::vector<DeviceDynamicInfo> infos;
+    ASSERT_EQ(proxy_->GetRemoteDeviceDynamicInfo("net-pad-0001", {"charging", "nope", "battery"}, infos), 0);
+    ASSERT_EQ(infos.size(), 3u);
+    EXPECT_EQ(infos[0].GetKey() + "=" + infos[0].GetValue(), "charging=false");
+    EXPECT_EQ(infos[1].GetKey() + "=" + infos[1].GetValue(), "nope=");
+    EXPECT_EQ(infos[2].GetKey() + "=" + infos[2].GetValue(), "battery=72");
+    // An unknown device fails the call itself: the reply layout has no status.
+    EXPECT_EQ(proxy_->GetRemoteDeviceDynamicInfo("ghost", {"battery"}, infos), 1008);
+
+    std::string detail;
+    ASSERT_EQ(Sim().SetDynamicInfo("udid-pad-0001", "battery", "15", detail), SIM_OK);
+    infos.clear();
+    ASSERT_EQ(proxy_->GetRemoteDeviceDynamicInfo("udid-pad-0001", {"battery"}, infos), 0);
+    EXPECT_EQ(infos[0].GetValue(), "15");
+
+    DeviceConfigInfo config;
+    ASSERT_EQ(proxy_->QueryDeviceConfigInfo("udid-laptop-0001", config), 0);
+    EXPECT_EQ(config.GetModelId(), "2IN1-13");
+    EXPECT_EQ(config.GetOriginJson(), "{\"hinge\":360}");
+    EXPECT_EQ(config.GetDeviceName(), "Travel Laptop");
+    EXPECT_EQ(config.GetDeviceType(), 2607u);
+    EXPECT_EQ(config.GetSupportFoldScreen(), 1u);
+    EXPECT_EQ(proxy_->QueryDeviceConfigInfo("ghost", config), 1001);  // sent as an absent record
+    EXPECT_EQ(config.GetModelId(), "2IN1-13");
+
+    EXPECT_EQ(proxy_->GetDeviceSwitch("udid-tv-0001"), 1);
+    EXPECT_EQ(proxy_->GetDeviceSwitch("udid-car-0001"), 0);
+    EXPECT_EQ(proxy_->GetDeviceSwitch("ghost"), SIM_ERR_NO_SUCH_DEVICE);
+
+    struct Answer {
+        std::string id;
+        bool sameAccount;
+        bool nextType;
+    };
+    for (Answer answer : {Answer{"net-pc-0001", true, true}, Answer{"net-display-0001", false, false},
+                          Answer{"udid-laptop-0001", true, true}, Answer{"ghost", false, false}}) {
+        EXPECT_EQ(proxy_->GetIsSameDeviceAccount(answer.id), answer.sameAccount) << answer.id;
+        EXPECT_EQ(proxy_->GetIsNextTypeDevice(answer.id), answer.nextType) << answer.id;
+    }
+}
+
+TEST_F(ServiceProxyTest, DeliveriesReachTheCallbacksOfTheirCode)
+{
+    auto five = sptr<DeliverRecorder>::MakeSptr();
+    auto minusSeven = sptr<DeliverRecorder>::MakeSptr();
+    ASSERT_EQ(proxy_->RegisterServiceDeliverCallback(5, five), 0);
+    ASSERT_EQ(proxy_->RegisterServiceDeliverCallback(-7, minusSeven), 0);
+    std::string detail;
+    Sim().Deliver(false, -7, "for -7", detail);
+    Sim().Deliver(true, 0, "for all", detail);
+    EXPECT_EQ(five->Events(), (std::vector<std::string>{"for all"}));
+    EXPECT_EQ(minusSeven->Events(), (std::vector<std::string>{"for -7", "for all"}));
+}
+
+TEST_F(ServiceProxyTest, DialogEventIsAnsweredThroughTheDialogCallback)
+{
+    auto dialog = sptr<DialogRecorder>::MakeSptr();
+    ASSERT_EQ(proxy_->SetDialogEventCallback(dialog), 0);
+    ASSERT_EQ(proxy_->NotifyAppDialogEvent("open \"x\""), 0);
+    EXPECT_EQ(dialog->Events(), (std::vector<std::string>{"{\"event\":\"open \\\"x\\\"\",\"reply\":\"confirm\"}"}));
+    std::string detail;
+    Sim().DialogReply("plain", detail);
+    EXPECT_EQ(dialog->Events().back(), "plain");
+}
+
+TEST_F(ServiceProxyTest, ServiceRequestsPublishTheirResults)
+{
+    auto publish = sptr<PublishRecorder>::MakeSptr();
+    ASSERT_EQ(proxy_->RequestService("com.example", publish), 0);
+    std::string detail;
+    EXPECT_EQ(Sim().PublishResult("com.other", 9, 0, detail), SIM_ERR_NOT_REGISTERED);
+    EXPECT_EQ(Sim().PublishResult("com.example", 9, 4, detail), SIM_OK);
+    EXPECT_EQ(proxy_->UnRequestService("com.example"), 0);
+    EXPECT_EQ(proxy_->UnRequestService("com.example"), SIM_ERR_NOT_REGISTERED);
+    using Event = std::pair<uint32_t, uint32_t>;
+    EXPECT_EQ(publish->Events(), (std::vector<Event>{{1, 0}, {9, 4}, {2, 0}}));
+    EXPECT_EQ(proxy_->RequestService("", publish), SIM_ERR_INVALID_ARGUMENT);
+}
+
+TEST_F(ServiceProxyTest, KeyMouseRequestsChangeTheServiceState)
+{
+    sptr<IRemoteObject> callback(new IPCObjectStub(u"test.KeyMouse"));
+    EXPECT_EQ(proxy_->RegisterKeyMouseCallback("caller", callback), 0);
+    EXPECT_EQ(Sim().Registrations().keyMouseCallbacks, 1u);
+    EXPECT_EQ(proxy_->UnregisterKeyMouseCallback("other"), SIM_ERR_NOT_REGISTERED);
+    EXPECT_EQ(proxy_->UnregisterKeyMouseCallback("caller"), 0);
+    EXPECT_EQ(Sim().Registrations().keyMouseCallbacks, 0u);
+
+    EXPECT_EQ(proxy_->UpdateKeyMouseEdgeSwitch(true), 0);
+    EXPECT_TRUE(Sim().KeyMouseEdgeSwitch());
+    EXPECT_EQ(proxy_->UpdateKeyMouseEdgeSwitch(false), 0);
+    EXPECT_FALSE(Sim().KeyMouseEdgeSwitch());
+    proxy_->GetBindKeymouseServiceReq(true);
+    EXPECT_TRUE(Sim().BindKeymouseService());
+}
+
+TEST_F(ServiceProxyTest, UnpublishTellsTheProxyTheServiceIsGone)
+{
+    sptr<DeviceDetectProxy> held = proxy_;
+    service_.Unpublish();
+    // The cache was emptied and nothing else serves 70635 in process (nor,
+    // with a private runtime dir, over a socket).
+    std::vector<DeviceInfo> devices;
+    EXPECT_EQ(held->GetTrustedDeviceList("", devices), 0);  // the object itself still answers
+    EXPECT_NE(DeviceDetectProxy::GetInstance(), held);
+}
+
+}  // namespace
+}  // namespace Test
+}  // namespace Sim
+}  // namespace Syntavo
+}  // namespace Tavik

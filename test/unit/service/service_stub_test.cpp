@@ -1,0 +1,319 @@
+// The service stub on the wire: every request code answered with exactly the
+// reply layout of the request table, and malformed requests refused.
+#include <cstdlib>
+#include <functional>
+
+#include "control_client.h"
+#include "device_detect_descriptors.h"
+#include "device_detect_request_code.h"
+#include "service_filter.h"
+#include "service_test_util.h"
+#include "sim_protocol.h"
+#include "sim_status.h"
+
+namespace Tavik {
+namespace Syntavo {
+namespace Sim {
+namespace Test {
+namespace {
+
+// No daemon of the developer's may answer for 70635 in these tests.
+const bool g_privateRuntimeDir = [] {
+    setenv("TAVIK_RUNTIME_DIR", "/nonexistent/devicedetect-service-unit-tests", 1);
+    return true;
+}();
+
+using Code = DeviceDetectRequestCode;
+
+struct LayoutCase {
+    Code code;
+    // Writes the request after the token.
+    std::function<bool(MessageParcel&)> request;
+    // Reads the whole reply; false when an item is missing or wrong.
+    std::function<bool(MessageParcel&)> reply;
+};
+
+bool ReadStatus(MessageParcel& reply, int32_t expected)
+{
+    int32_t status = -1;
+    return reply.ReadInt32(status) && status == expected;
+}
+
+// uint32 count, then count DeviceInfo records.
+bool ReadDeviceList(MessageParcel& reply, uint32_t expected)
+{
+    uint32_t count = 0;
+    if (!reply.ReadUint32(count) || count != expected) {
+        return false;
+    }
+    for (uint32_t i = 0; i < count; ++i) {
+        if (reply.ReadStrongParcelable<DeviceInfo>() == nullptr) {
+            return false;
+        }
+    }
+    return true;
+}
+
+class ServiceStubTest : public EmbeddedServiceTest {
+protected:
+    int32_t Send(uint32_t code, MessageParcel& data, MessageParcel& reply)
+    {
+        MessageOption option;
+        return service_.Object()->SendRequest(code, data, reply, option);
+    }
+
+    sptr<IRemoteObject> Stub(IRemoteObject* object) { return sptr<IRemoteObject>(object); }
+};
+
+TEST_F(ServiceStubTest, EveryCodeAnswersWithItsReplyLayout)
+{
+    auto abilityFilter = sptr<AbilityFilter>::MakeSptr("com.tavik.files");
+    auto serviceFilter = sptr<ServiceFilter>::MakeSptr("castService", std::vector<std::string>{});
+    auto deviceFilter = sptr<DeviceFilter>::MakeSptr(std::vector<uint32_t>{156}, std::vector<uint32_t>{1});
+    sptr<IRemoteObject> deviceCallback = sptr<DeviceRecorder>::MakeSptr()->AsObject();
+    sptr<IRemoteObject> serviceCallback = sptr<ServiceRecorder>::MakeSptr()->AsObject();
+    sptr<IRemoteObject> detectCallback = sptr<DetectRecorder>::MakeSptr()->AsObject();
+    sptr<IRemoteObject> deliverCallback = sptr<DeliverRecorder>::MakeSptr()->AsObject();
+    sptr<IRemoteObject> dialogCallback = sptr<DialogRecorder>::MakeSptr()->AsObject();
+    sptr<IRemoteObject> publishCallback = sptr<PublishRecorder>::MakeSptr()->AsObject();
+    sptr<IRemoteObject> keyMouse(new IPCObjectStub(u"test.KeyMouse"));
+
+    const LayoutCase cases[] = {
+        {Code::GET_TRUSTED_DEVICE_LIST, [](MessageParcel& d) { return d.WriteString("x"); },
+         [](MessageParcel& r) { return ReadDeviceList(r, 5); }},
+        {Code::GET_TRUSTED_DEVICE_LIST_WITH_ABILITY_FILTER,
+         [&](MessageParcel& d) { return d.WriteUint32(1) && d.WriteStrongParcelable(abilityFilter); },
+         [](MessageParcel& r) {
+             uint32_t count = 0;
+             if (!r.ReadUint32(count) || count != 2) {
+                 return false;
+             }
+             for (uint32_t i = 0; i < count; ++i) {
+                 uint32_t abilities = 0;
+                 if (r.ReadStrongParcelable<DeviceInfo>() == nullptr || !r.ReadUint32(abilities) || abilities != 1 ||
+                     r.ReadStrongParcelable<AbilityFilter>() == nullptr) {
+                     return false;
+                 }
+             }
+             return true;
+         }},
+        {Code::GET_TRUSTED_DEVICE_LIST_WITH_SERVICE_FILTER,
+         [&](MessageParcel& d) { return d.WriteStrongParcelable(serviceFilter) && d.WriteString("x"); },
+         [](MessageParcel& r) { return ReadDeviceList(r, 3); }},
+        {Code::REGISTER_DEV_CHANGED_CALLBACK,
+         [&](MessageParcel& d) {
+             return d.WriteStrongParcelable(abilityFilter) && d.WriteString("x") && d.WriteRemoteObject(deviceCallback);
+         },
+         [](MessageParcel& r) {
+             uint32_t id = 0;
+             return ReadStatus(r, SIM_OK) && r.ReadUint32(id) && id == 1;
+         }},
+        {Code::UNREGISTER_DEV_CHANGED_CALLBACK, [](MessageParcel& d) { return d.WriteInt32(1); },
+         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
+        {Code::REGISTER_CALLBACK_WITH_SERVICE_FILTER,
+         [&](MessageParcel& d) {
+             return d.WriteStrongParcelable(serviceFilter) && d.WriteString("x") && d.WriteRemoteObject(deviceCallback);
+         },
+         [](MessageParcel& r) {
+             uint32_t id = 0;
+             return ReadStatus(r, SIM_OK) && r.ReadUint32(id) && id == 2;
+         }},
+        {Code::UNREGISTER_SERVICE_FILTER_LISTENER, [](MessageParcel& d) { return d.WriteInt32(2); },
+         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
+        {Code::REGISTER_SERVICE_CHANGED_CALLBACK,
+         [&](MessageParcel& d) { return d.WriteRemoteObject(serviceCallback); },
+         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
+        {Code::UNREGISTER_SERVICE_CHANGED_CALLBACK, [](MessageParcel&) { return true; },
+         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
+        {Code::GET_LOCAL_DEVICE_INFO, [](MessageParcel&) { return true; },
+         [](MessageParcel& r) {
+             sptr<DeviceInfo> local = r.ReadStrongParcelable<DeviceInfo>();
+             return local != nullptr && local->GetDeviceName() == "My Phone";
+         }},
+        {Code::GET_TRUSTED_DEVICE_LIST_WITH_DEVICE_FILTER,
+         [&](MessageParcel& d) { return d.WriteStrongParcelable(deviceFilter) && d.WriteRemoteObject(detectCallback); },
+         [](MessageParcel& r) { return ReadDeviceList(r, 1); }},
+        {Code::GET_REMOTE_DEVICE_DYNAMIC_INFO,
+         [](MessageParcel& d) {
+             return d.WriteString("udid-tv-0001") && d.WriteStringVector({"volume", "power"});
+         },
+         [](MessageParcel& r) {
+             uint32_t count = 0;
+             if (!r.ReadUint32(count) || count != 2) {
+                 return false;
+             }
+             sptr<DeviceDynamicInfo> volume = r.ReadStrongParcelable<DeviceDynamicInfo>();
+             sptr<DeviceDynamicInfo> power = r.ReadStrongParcelable<DeviceDynamicInfo>();
+             return volume != nullptr && volume->GetValue() == "35" && power != nullptr && power->GetValue() == "on";
+         }},
+        {Code::QUERY_DEVICE_CONFIG_INFO, [](MessageParcel& d) { return d.WriteString("net-tv-0001"); },
+         [](MessageParcel& r) {
+             sptr<DeviceConfigInfo> config = r.ReadStrongParcelable<DeviceConfigInfo>();
+             return config != nullptr && config->GetModelId() == "TV-X55";
+         }},
+        {Code::REGISTER_SERVICE_DELIVER_CALLBACK,
+         [&](MessageParcel& d) { return d.WriteString("-7") && d.WriteRemoteObject(deliverCallback); },
+         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
+        {Code::SET_DIALOG_EVENT_CALLBACK, [&](MessageParcel& d) { return d.WriteRemoteObject(dialogCallback); },
+         [](MessageParcel&) { return true; }},
+        {Code::NOTIFY_APP_DIALOG_EVENT, [](MessageParcel& d) { return d.WriteString("event"); },
+         [](MessageParcel&) { return true; }},
+        {Code::REQUEST_SERVICE,
+         [&](MessageParcel& d) { return d.WriteString("com.example") && d.WriteRemoteObject(publishCallback); },
+         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
+        {Code::UN_REQUEST_SERVICE, [](MessageParcel& d) { return d.WriteString("com.example"); },
+         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
+        {Code::GET_DEVICE_SWITCH, [](MessageParcel& d) { return d.WriteString("udid-pc-0001"); },
+         [](MessageParcel& r) { return ReadStatus(r, 1); }},
+        {Code::REGISTER_KEY_MOUSE_CALLBACK,
+         [&](MessageParcel& d) { return d.WriteString("caller") && d.WriteRemoteObject(keyMouse); },
+         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
+        {Code::UNREGISTER_KEY_MOUSE_CALLBACK, [](MessageParcel& d) { return d.WriteString("caller"); },
+         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
+        {Code::UPDATE_KEY_MOUSE_EDGE_SWITCH, [](MessageParcel& d) { return d.WriteBool(true); },
+         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
+        {Code::GET_IS_SAME_DEVICE_ACCOUNT, [](MessageParcel& d) { return d.WriteString("net-tv-0001"); },
+         [](MessageParcel& r) {
+             bool value = false;
+             return r.ReadBool(value) && value;
+         }},
+        {Code::GET_BIND_KEYMOUSE_SERVICE_REQ, [](MessageParcel& d) { return d.WriteBool(true); },
+         [](MessageParcel&) { return true; }},
+        {Code::GET_IS_NEXT_TYPE_DEVICE, [](MessageParcel& d) { return d.WriteString("net-pc-0001"); },
+         [](MessageParcel& r) {
+             bool value = false;
+             return r.ReadBool(value) && value;
+         }},
+    };
+    ASSERT_EQ(sizeof(cases) / sizeof(cases[0]), 25u);
+    for (const LayoutCase& c : cases) {
+        const char* name = DeviceDetectRequestCodeToString(ToCode(c.code));
+        MessageParcel data;
+        MessageParcel reply;
+        ASSERT_TRUE(data.WriteInterfaceToken(Descriptor::DEVICE_DETECT) && c.request(data)) << name;
+        ASSERT_EQ(Send(ToCode(c.code), data, reply), 0) << name;
+        EXPECT_TRUE(c.reply(reply)) << name;
+        EXPECT_EQ(reply.GetReadableBytes(), 0u) << name << ": the reply holds more than its layout";
+    }
+}
+
+TEST_F(ServiceStubTest, MalformedRequestsAreRefused)
+{
+    struct Case {
+        const char* what;
+        uint32_t code;
+        std::function<bool(MessageParcel&)> request;
+        int32_t sendResult;
+        // The status in the reply, for codes whose layout has one.
+        bool hasStatus;
+        int32_t status;
+    };
+    const Case cases[] = {
+        {"string missing", ToCode(Code::GET_TRUSTED_DEVICE_LIST), [](MessageParcel&) { return true; },
+         SIM_ERR_INVALID_ARGUMENT, false, 0},
+        {"filter count past the limit", ToCode(Code::GET_TRUSTED_DEVICE_LIST_WITH_ABILITY_FILTER),
+         [](MessageParcel& d) { return d.WriteUint32(1025); }, SIM_ERR_INVALID_ARGUMENT, false, 0},
+        {"service filter absent", ToCode(Code::GET_TRUSTED_DEVICE_LIST_WITH_SERVICE_FILTER),
+         [](MessageParcel& d) { return d.WriteInt32(0) && d.WriteString("x"); }, SIM_ERR_INVALID_ARGUMENT, false, 0},
+        {"ability filter absent", ToCode(Code::REGISTER_DEV_CHANGED_CALLBACK),
+         [](MessageParcel& d) { return d.WriteInt32(0); }, 0, true, SIM_ERR_INVALID_ARGUMENT},
+        {"listener callback absent", ToCode(Code::REGISTER_DEV_CHANGED_CALLBACK),
+         [](MessageParcel& d) { return d.WriteStrongParcelable(sptr<AbilityFilter>::MakeSptr()) && d.WriteString(""); },
+         0, true, SIM_ERR_NULL_CALLBACK},
+        {"listener id missing", ToCode(Code::UNREGISTER_SERVICE_FILTER_LISTENER), [](MessageParcel&) { return true; },
+         0, true, SIM_ERR_INVALID_ARGUMENT},
+        {"device filter absent", ToCode(Code::GET_TRUSTED_DEVICE_LIST_WITH_DEVICE_FILTER),
+         [](MessageParcel& d) { return d.WriteInt32(0); }, SIM_ERR_INVALID_ARGUMENT, false, 0},
+        {"key list missing", ToCode(Code::GET_REMOTE_DEVICE_DYNAMIC_INFO),
+         [](MessageParcel& d) { return d.WriteString("udid-tv-0001"); }, SIM_ERR_INVALID_ARGUMENT, false, 0},
+        {"deliver code not decimal", ToCode(Code::REGISTER_SERVICE_DELIVER_CALLBACK),
+         [](MessageParcel& d) { return d.WriteString("7a"); }, 0, true, SIM_ERR_INVALID_ARGUMENT},
+        {"deliver code out of range", ToCode(Code::REGISTER_SERVICE_DELIVER_CALLBACK),
+         [](MessageParcel& d) { return d.WriteString("2147483648"); }, 0, true, SIM_ERR_INVALID_ARGUMENT},
+        {"dialog callback absent", ToCode(Code::SET_DIALOG_EVENT_CALLBACK), [](MessageParcel&) { return true; },
+         SIM_ERR_NULL_CALLBACK, false, 0},
+        {"edge switch missing", ToCode(Code::UPDATE_KEY_MOUSE_EDGE_SWITCH), [](MessageParcel&) { return true; }, 0,
+         true, SIM_ERR_INVALID_ARGUMENT},
+        {"unknown code 2", 2, [](MessageParcel&) { return true; }, IPC_ERR_UNKNOWN_TRANSACTION, false, 0},
+        {"unknown code 29", 29, [](MessageParcel&) { return true; }, IPC_ERR_UNKNOWN_TRANSACTION, false, 0},
+    };
+    for (const Case& c : cases) {
+        MessageParcel data;
+        MessageParcel reply;
+        ASSERT_TRUE(data.WriteInterfaceToken(Descriptor::DEVICE_DETECT) && c.request(data)) << c.what;
+        EXPECT_EQ(Send(c.code, data, reply), c.sendResult) << c.what;
+        if (c.hasStatus) {
+            int32_t status = 0;
+            EXPECT_TRUE(reply.ReadInt32(status)) << c.what;
+            EXPECT_EQ(status, c.status) << c.what;
+        }
+    }
+    EXPECT_EQ(Sim().Registrations().abilityListeners, 0u);
+    EXPECT_EQ(Sim().Registrations().deliverCallbacks, 0u);
+}
+
+TEST_F(ServiceStubTest, TokenSelectsTheInterface)
+{
+    for (const char16_t* token : {u"Tavik.Syntavo.IDeviceDetec", u"Tavik.Syntavo.IDeviceDetectX", u""}) {
+        MessageParcel data;
+        MessageParcel reply;
+        data.WriteInterfaceToken(token);
+        data.WriteString("x");
+        EXPECT_EQ(Send(ToCode(Code::GET_TRUSTED_DEVICE_LIST), data, reply), SIM_ERR_WRONG_TOKEN);
+        EXPECT_EQ(reply.GetDataSize(), 0u);
+    }
+    // The control token reaches the control interface through the same object.
+    ControlClient control(service_.Object());
+    ControlResult result = control.SetDeviceState("udid-car-0001", DeviceState::ONLINE);
+    EXPECT_EQ(result.status, SIM_OK) << result.detail;
+    Device car;
+    ASSERT_TRUE(Sim().FindDevice("udid-car-0001", car));
+    EXPECT_EQ(car.state, DeviceState::ONLINE);
+}
+
+TEST_F(ServiceStubTest, ControlRequestsReportTheirOutcome)
+{
+    ControlClient control(service_.Object());
+    struct Case {
+        const char* what;
+        std::function<ControlResult()> run;
+        int32_t status;
+        const char* detailPart;
+    };
+    const Case cases[] = {
+        {"unknown device", [&] { return control.SetDeviceState("ghost", DeviceState::ONLINE); }, SIM_ERR_NO_SUCH_DEVICE,
+         "\"ghost\""},
+        {"add", [&] { return control.AddDevice(R"({"udid":"u9","networkId":"n9","name":"New","type":"TV"})"); }, SIM_OK,
+         "added New (u9)"},
+        {"add again", [&] { return control.AddDevice(R"({"udid":"u9","networkId":"n10","name":"New","type":14})"); },
+         SIM_ERR_DEVICE_EXISTS, "\"u9\""},
+        {"add bad field",
+         [&] { return control.AddDevice(R"({"udid":"u11","networkId":"n11","name":"x","type":"TOASTER"})"); },
+         SIM_ERR_BAD_WORLD, "type: unknown device type name \"TOASTER\""},
+        {"set dynamic", [&] { return control.SetDynamicInfo("u9", "battery", "5"); }, SIM_OK, "battery = 5"},
+        {"empty key", [&] { return control.SetDynamicInfo("u9", "", "5"); }, SIM_ERR_INVALID_ARGUMENT, "key"},
+        {"service change of unknown", [&] { return control.NotifyServiceChange(3, {"ghost"}); }, SIM_ERR_NO_SUCH_DEVICE,
+         "ghost"},
+        {"publish without requests", [&] { return control.PublishResult("pkg", 1, 0); }, SIM_ERR_NOT_REGISTERED, "pkg"},
+        {"remove", [&] { return control.RemoveDevice("n9"); }, SIM_OK, "removed New"},
+        {"load bad world", [&] { return control.LoadWorld(R"({"local":{}})"); }, SIM_ERR_BAD_WORLD, "local.udid"},
+    };
+    for (const Case& c : cases) {
+        ControlResult result = c.run();
+        EXPECT_EQ(result.status, c.status) << c.what << ": " << result.detail;
+        EXPECT_NE(result.detail.find(c.detailPart), std::string::npos) << c.what << ": " << result.detail;
+    }
+    ControlResult world = control.GetWorld();
+    ASSERT_EQ(world.status, SIM_OK);
+    EXPECT_NE(world.json.find("\"udid-car-0001\""), std::string::npos);
+    EXPECT_EQ(world.json.find("\"u9\""), std::string::npos);
+    ControlResult registrations = control.GetRegistrations();
+    ASSERT_EQ(registrations.status, SIM_OK);
+    EXPECT_NE(registrations.json.find("\"abilityListeners\": 0"), std::string::npos) << registrations.json;
+}
+
+}  // namespace
+}  // namespace Test
+}  // namespace Sim
+}  // namespace Syntavo
+}  // namespace Tavik

@@ -1,0 +1,42 @@
+// devicedetect: the command-line client of the device-detect service.
+#include <cstdlib>
+#include <iostream>
+
+#include "cli_common.h"
+#include "tralog.h"
+
+int main(int argc, char** argv)
+{
+    using namespace DeviceDetectCli;
+    Context ctx;
+    CLI::App app{"devicedetect: query the device-detect service, watch its events and drive its simulator"};
+    app.require_subcommand(1);
+    app.add_option("--log-level", ctx.logLevel,
+                   "Show library log lines from this level on: DEBUG, INFO, WARN, ERROR, FATAL (default: none)");
+    app.add_option("--runtime-dir", ctx.runtimeDir, "Where the service's socket is (sets TAVIK_RUNTIME_DIR)");
+    AddQueryCommands(app, ctx);
+    AddWatchCommand(app, ctx);
+    AddSimCommands(app, ctx);
+    AddDemoCommand(app, ctx);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e);
+    }
+    if (ctx.logLevel.empty() && std::getenv("TAVIK_LOG_LEVEL") == nullptr) {
+        // The CLI reports every failure itself, with the status name; the
+        // library's own lines are there on request.
+        Tavik::SetLogLevel(Tavik::LOG_FATAL);
+    } else if (!ctx.logLevel.empty()) {
+        Tavik::LogLevel level;
+        if (!Tavik::ParseLogLevel(ctx.logLevel, level)) {
+            std::cerr << "devicedetect: unknown log level \"" << ctx.logLevel << "\"\n";
+            return 2;
+        }
+        Tavik::SetLogLevel(level);
+    }
+    if (!ctx.runtimeDir.empty()) {
+        setenv("TAVIK_RUNTIME_DIR", ctx.runtimeDir.c_str(), 1);
+    }
+    return ctx.action ? ctx.action() : 2;
+}

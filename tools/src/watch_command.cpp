@@ -1,0 +1,285 @@
+// `devicedetect watch`: registers listeners and callbacks, prints events as
+// they arrive until Ctrl-C, --count or --timeout, then unregisters.
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <deque>
+#include <iostream>
+#include <memory>
+#include <mutex>
+
+#include "cli_common.h"
+#include "service_filter.h"
+#include "world_json.h"
+
+namespace DeviceDetectCli {
+
+using namespace Tavik;
+using namespace Tavik::Syntavo;
+
+namespace {
+
+std::atomic<bool> g_interrupted{false};
+
+void OnInterrupt(int)
+{
+    g_interrupted = true;
+}
+
+// Handlers run on IPC threads (or, in process, on the thread that changed
+// the world); the main thread prints, so lines never interleave.
+class EventQueue {
+public:
+    void Push(std::string line)
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        lines_.push_back(std::move(line));
+        cv_.notify_one();
+    }
+    // Waits up to `wait` for a line.
+    bool Pop(std::string& line, std::chrono::milliseconds wait)
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        if (!cv_.wait_for(lock, wait, [this] { return !lines_.empty(); })) {
+            return false;
+        }
+        line = std::move(lines_.front());
+        lines_.pop_front();
+        return true;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable cv_;
+    std::deque<std::string> lines_;
+};
+
+std::string DeviceLine(const char* what, const DeviceInfo& device, bool json)
+{
+    if (json) {
+        return Json{{"event", what}, {"device", DeviceJson(device)}}.dump(-1, ' ', false,
+                                                                          Json::error_handler_t::replace);
+    }
+    return std::string(what) + "  " + device.GetDeviceName() + "  (" + TypeName(device.GetDeviceType()) + ", " +
+           device.GetDeviceUdid() + ")";
+}
+
+class DeviceEvents : public DeviceChangedCallbackStub {
+public:
+    DeviceEvents(std::shared_ptr<EventQueue> queue, bool json, std::string tag)
+        : queue_(std::move(queue)), json_(json), tag_(std::move(tag))
+    {
+    }
+    int32_t OnDeviceOnline(DeviceInfo& device) override { return Push("online", device); }
+    int32_t OnDeviceOffline(DeviceInfo& device) override { return Push("offline", device); }
+    int32_t OnDeviceReady(DeviceInfo& device) override { return Push("ready", device); }
+
+private:
+    int32_t Push(const char* what, const DeviceInfo& device)
+    {
+        queue_->Push(DeviceLine((tag_ + what).c_str(), device, json_));
+        return 0;
+    }
+    std::shared_ptr<EventQueue> queue_;
+    bool json_;
+    std::string tag_;
+};
+
+class ServiceEvents : public ServiceChangedCallbackStub {
+public:
+    ServiceEvents(std::shared_ptr<EventQueue> queue, bool json) : queue_(std::move(queue)), json_(json) {}
+    int32_t OnDeviceEvent(int32_t event, std::vector<DeviceServiceInfo> infos) override
+    {
+        if (json_) {
+            Json devices = Json::array();
+            for (const DeviceServiceInfo& info : infos) {
+                devices.push_back(Json{{"name", info.GetDeviceName()},
+                                       {"type", info.GetDeviceType()},
+                                       {"typeName", TypeName(info.GetDeviceType())},
+                                       {"udid", info.GetDeviceId()},
+                                       {"networkId", info.GetNetworkId()},
+                                       {"hashId", info.GetDeviceHashId()},
+                                       {"serviceRules", info.GetServiceRuleList()},
+                                       {"brMac", info.GetBrMac()},
+                                       {"extraInfo", info.GetExtraInfo()}});
+            }
+            queue_->Push(Json{{"event", "services"}, {"code", event}, {"devices", devices}}.dump(
+                -1, ' ', false, Json::error_handler_t::replace));
+            return 0;
+        }
+        std::string line = "services " + std::to_string(event) + ":";
+        for (const DeviceServiceInfo& info : infos) {
+            line += "  " + info.GetDeviceName() + " [";
+            std::vector<std::string> rules = info.GetServiceRuleList();
+            for (size_t i = 0; i < rules.size(); ++i) {
+                line += (i > 0 ? ", " : "") + rules[i];
+            }
+            line += "]";
+        }
+        queue_->Push(line);
+        return 0;
+    }
+
+private:
+    std::shared_ptr<EventQueue> queue_;
+    bool json_;
+};
+
+class DeliverEvents : public ServiceDeliverCallbackStub {
+public:
+    DeliverEvents(std::shared_ptr<EventQueue> queue, bool json, int code)
+        : queue_(std::move(queue)), json_(json), code_(code)
+    {
+    }
+    int32_t OnDeliver(const std::string& info) override
+    {
+        queue_->Push(json_ ? Json{{"event", "deliver"}, {"code", code_}, {"info", info}}.dump(
+                                 -1, ' ', false, Json::error_handler_t::replace)
+                           : "deliver " + std::to_string(code_) + ": " + info);
+        return 0;
+    }
+
+private:
+    std::shared_ptr<EventQueue> queue_;
+    bool json_;
+    int code_;
+};
+
+class DialogEvents : public DialogEventCallbackStub {
+public:
+    DialogEvents(std::shared_ptr<EventQueue> queue, bool json) : queue_(std::move(queue)), json_(json) {}
+    int32_t OnDialogEventReply(const std::string& info) override
+    {
+        queue_->Push(
+            json_ ? Json{{"event", "dialogReply"}, {"reply", info}}.dump(-1, ' ', false, Json::error_handler_t::replace)
+                  : "dialog reply: " + info);
+        return 0;
+    }
+
+private:
+    std::shared_ptr<EventQueue> queue_;
+    bool json_;
+};
+
+struct WatchOptions {
+    std::string bundle;
+    std::string service;
+    std::vector<std::string> types;
+    std::vector<int> deliverCodes;
+    bool dialog = false;
+    int count = 0;
+    double timeout = 0;
+};
+
+int RunWatch(Context& ctx, const WatchOptions& options)
+{
+    std::vector<std::string> typeNames;
+    for (const std::string& text : options.types) {
+        uint32_t code = 0;
+        if (!Sim::ParseDeviceType(text, code)) {
+            std::cerr << "devicedetect: unknown device type \"" << text << "\"\n";
+            return 2;
+        }
+        typeNames.push_back(ServiceFilter::ConvertDeviceType(code));
+    }
+    sptr<DeviceDetectProxy> proxy = GetProxy(ctx);
+    if (proxy == nullptr) {
+        return EXIT_UNREACHABLE;
+    }
+    auto queue = std::make_shared<EventQueue>();
+    sptr<DeviceEvents> devices = sptr<DeviceEvents>::MakeSptr(queue, ctx.json, "");
+    auto registered =
+        proxy->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr(options.bundle), "devicedetect", devices);
+    if (registered.first != 0) {
+        return Fail(ctx, "RegisterDevChangedCallback", registered.first);
+    }
+    sptr<ServiceEvents> services = sptr<ServiceEvents>::MakeSptr(queue, ctx.json);
+    int32_t status = proxy->RegisterServiceChangedCallback(services);
+    if (status != 0) {
+        proxy->UnregisterDevChangedCallback(registered.second);
+        return Fail(ctx, "RegisterServiceChangedCallback", status);
+    }
+    std::pair<int32_t, uint32_t> byService{-1, 0};
+    sptr<DeviceEvents> serviceDevices;
+    if (!options.service.empty() || !typeNames.empty()) {
+        serviceDevices = sptr<DeviceEvents>::MakeSptr(queue, ctx.json, "filtered-");
+        byService = proxy->RegisterCallbackWithServiceFilter(sptr<ServiceFilter>::MakeSptr(options.service, typeNames),
+                                                             "devicedetect", serviceDevices);
+        if (byService.first != 0) {
+            std::cerr << "devicedetect: RegisterCallbackWithServiceFilter failed: " << StatusName(byService.first)
+                      << "\n";
+        }
+    }
+    std::vector<sptr<DeliverEvents>> deliverers;
+    for (int code : options.deliverCodes) {
+        deliverers.push_back(sptr<DeliverEvents>::MakeSptr(queue, ctx.json, code));
+        status = proxy->RegisterServiceDeliverCallback(code, deliverers.back());
+        if (status != 0) {
+            std::cerr << "devicedetect: RegisterServiceDeliverCallback failed: " << StatusName(status) << "\n";
+        }
+    }
+    sptr<DialogEvents> dialog;
+    if (options.dialog) {
+        dialog = sptr<DialogEvents>::MakeSptr(queue, ctx.json);
+        proxy->SetDialogEventCallback(dialog);
+    }
+
+    std::cerr << "watching (listener " << registered.second << ")";
+    if (options.count > 0) {
+        std::cerr << ", " << options.count << " events";
+    }
+    if (options.timeout > 0) {
+        std::cerr << ", " << options.timeout << " s";
+    }
+    std::cerr << "; Ctrl-C to stop" << std::endl;
+
+    g_interrupted = false;
+    auto previous = std::signal(SIGINT, OnInterrupt);
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(options.timeout);
+    int seen = 0;
+    while (!g_interrupted && (options.count <= 0 || seen < options.count)) {
+        if (options.timeout > 0 && std::chrono::steady_clock::now() >= deadline) {
+            break;
+        }
+        std::string line;
+        if (queue->Pop(line, std::chrono::milliseconds(100))) {
+            std::cout << line << std::endl;
+            ++seen;
+        }
+    }
+    std::signal(SIGINT, previous);
+
+    proxy->UnregisterDevChangedCallback(registered.second);
+    if (byService.first == 0) {
+        proxy->UnregisterServiceFilterListener(byService.second);
+    }
+    // The service cannot tell callers apart, so this removal would take
+    // other processes' callbacks too; across the socket, this process's
+    // exit drops its own.
+    sptr<IRemoteObject> service = proxy->AsObject();
+    if (service == nullptr || !service->IsProxyObject()) {
+        proxy->UnregisterServiceChangedCallback();
+    }
+    // Deliver and dialog callbacks have no removal request; the service
+    // drops them when this process goes away.
+    return EXIT_OK;
+}
+
+}  // namespace
+
+void AddWatchCommand(CLI::App& app, Context& ctx)
+{
+    auto options = std::make_shared<WatchOptions>();
+    CLI::App* watch = AddCommand(app, ctx, "watch", "Register listeners and callbacks and print events as they arrive");
+    watch->add_option("--bundle", options->bundle, "Only devices with an ability of this bundle (default: all)");
+    watch->add_option("--service", options->service, "Also listen through a service filter for this service");
+    watch->add_option("--type", options->types, "Device type of the service filter, repeatable");
+    watch->add_option("--deliver", options->deliverCodes, "Also register a deliver callback for this code, repeatable");
+    watch->add_flag("--dialog", options->dialog, "Also register a dialog callback");
+    watch->add_option("--count", options->count, "Stop after this many events");
+    watch->add_option("--timeout", options->timeout, "Stop after this many seconds");
+    watch->callback([&ctx, options] { ctx.action = [&ctx, options] { return RunWatch(ctx, *options); }; });
+}
+
+}  // namespace DeviceDetectCli
