@@ -325,8 +325,7 @@ void Connection::SendReply(uint64_t callId, int32_t status, MessageParcel& reply
     header.objectCount = static_cast<uint16_t>(entries.size());
     header.length = static_cast<uint32_t>(size + entries.size() * sizeof(ObjectEntry));
     bool nothingWritten = false;
-    if (WriteFrame(&header, data, size, entries, Clock::now() + BACKGROUND_WRITE_TIMEOUT, &nothingWritten) !=
-            IPC_OK &&
+    if (WriteFrame(&header, data, size, entries, Clock::now() + BACKGROUND_WRITE_TIMEOUT, &nothingWritten) != IPC_OK &&
         nothingWritten) {
         Unexport(entries);
     }

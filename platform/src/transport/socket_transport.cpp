@@ -251,8 +251,7 @@ PublishStatus PublishSystemAbility(int32_t systemAbilityId, const sptr<IRemoteOb
     }
     if (bind(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
         chmod(publication.socketPath.c_str(), 0600) != 0 || listen(fd, LISTEN_BACKLOG) != 0) {
-        TRANSPORT_LOGE("cannot listen on %{public}s: %{public}s", publication.socketPath.c_str(),
-                       std::strerror(errno));
+        TRANSPORT_LOGE("cannot listen on %{public}s: %{public}s", publication.socketPath.c_str(), std::strerror(errno));
         close(fd);
         unlink(publication.socketPath.c_str());
         return fail(PublishStatus::SOCKET_ERROR);
@@ -328,8 +327,8 @@ sptr<IRemoteObject> ConnectSystemAbility(int32_t systemAbilityId)
         // No socket, or nobody behind it: the ability is simply not running,
         // and the caller reports that in its own words.
         if (errno != ENOENT && errno != ECONNREFUSED) {
-            TRANSPORT_LOGW("cannot connect to sa %{public}d at %{public}s: %{public}s", systemAbilityId,
-                           path.c_str(), std::strerror(errno));
+            TRANSPORT_LOGW("cannot connect to sa %{public}d at %{public}s: %{public}s", systemAbilityId, path.c_str(),
+                           std::strerror(errno));
         }
         close(fd);
         return nullptr;

@@ -2,6 +2,7 @@
 // must pass before any of its body is read.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <functional>
@@ -46,14 +47,14 @@ TEST(FrameTest, WireBytes)
              return Hex(header);
          },
          // length   magic v  k  callId           target   code     flags    objs rsvd
-         "20000000" "5456" "01" "01" "0807060504030201" "44332211" "19000000" "00000000" "0200" "0000"},
+         "20000000 5456 01 01 0807060504030201 44332211 19000000 00000000 0200 0000"},
         {"one-way transaction",
          [] {
              FrameHeader header = MakeHeader(FrameKind::TRANSACTION);
              header.flags = MessageOption::TF_ASYNC;
              return Hex(header);
          },
-         "00000000" "5456" "01" "01" "0000000000000000" "00000000" "00000000" "01000000" "0000" "0000"},
+         "00000000 5456 01 01 0000000000000000 00000000 00000000 01000000 0000 0000"},
         {"reply with a negative status",
          [] {
              FrameHeader header = MakeHeader(FrameKind::REPLY);
@@ -61,7 +62,7 @@ TEST(FrameTest, WireBytes)
              header.code = static_cast<uint32_t>(-32);
              return Hex(header);
          },
-         "00000000" "5456" "01" "02" "0900000000000000" "00000000" "e0ffffff" "00000000" "0000" "0000"},
+         "00000000 5456 01 02 0900000000000000 00000000 e0ffffff 00000000 0000 0000"},
         {"release",
          [] {
              FrameHeader header = MakeHeader(FrameKind::RELEASE);
@@ -69,7 +70,7 @@ TEST(FrameTest, WireBytes)
              header.code = 3;
              return Hex(header);
          },
-         "00000000" "5456" "01" "03" "0000000000000000" "07000000" "03000000" "00000000" "0000" "0000"},
+         "00000000 5456 01 03 0000000000000000 07000000 03000000 00000000 0000 0000"},
         {"object entry",
          [] {
              ObjectEntry entry{};
@@ -77,10 +78,12 @@ TEST(FrameTest, WireBytes)
              entry.owner = static_cast<uint8_t>(ObjectOwner::RECEIVER);
              return Hex(entry);
          },
-         "04030201" "01" "000000"},
+         "04030201 01 000000"},
     };
     for (const auto& testCase : cases) {
-        EXPECT_EQ(testCase.write(), testCase.hex) << testCase.name;
+        std::string expected = testCase.hex;
+        expected.erase(std::remove(expected.begin(), expected.end(), ' '), expected.end());
+        EXPECT_EQ(testCase.write(), expected) << testCase.name;
     }
 }
 

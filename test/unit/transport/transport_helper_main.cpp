@@ -2,8 +2,8 @@
 // with TAVIK_TRANSPORT_TEST_HELPER set; the role then runs from static
 // initialisation, before the test framework's main, and never returns.
 // Standard output is the ready pipe: the role writes 'R' once it is set up.
-#include <sys/prctl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cstdlib>

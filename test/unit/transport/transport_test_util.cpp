@@ -105,8 +105,7 @@ CallbackStub::~CallbackStub()
     }
 }
 
-int32_t CallbackStub::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply,
-                                      MessageOption& option)
+int32_t CallbackStub::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option)
 {
     if (code != ECHO) {
         return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
