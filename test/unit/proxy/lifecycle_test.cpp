@@ -1,0 +1,201 @@
+// The process-wide proxy: lookup, cache, death of the service, cleanup.
+#include <chrono>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "device_detect_proxy.h"
+#include "fake_remote_object.h"
+#include "log_lines.h"
+#include "tralog.h"
+
+namespace Tavik {
+namespace Syntavo {
+namespace {
+
+using Tavik::Test::AllLines;
+using Tavik::Test::CheckPrefixes;
+using Tavik::Test::FakeRemoteObject;
+using Tavik::Test::FakeSystemAbilityManager;
+using Tavik::Test::LinesAt;
+using Tavik::Test::ScopedSystemAbilityManager;
+
+constexpr int32_t kSaId = 70635;
+
+class LifecycleTest : public ::testing::Test {
+protected:
+    sptr<FakeSystemAbilityManager> manager_ = new FakeSystemAbilityManager();
+    ScopedSystemAbilityManager installed_{manager_};
+    sptr<FakeRemoteObject> remote_ = new FakeRemoteObject();
+};
+
+TEST_F(LifecycleTest, FirstUseLooksUpOnceAndCaches)
+{
+    manager_->AddSystemAbility(kSaId, remote_);
+    LogCapture log;
+
+    sptr<DeviceDetectProxy> first = DeviceDetectProxy::GetInstance();
+    sptr<DeviceDetectProxy> second = DeviceDetectProxy::GetInstance();
+
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(first, second);
+    EXPECT_EQ(manager_->LookedUpIds(), std::vector<int32_t>{kSaId});
+    EXPECT_EQ(first->AsObject().GetRefPtr(), remote_.GetRefPtr());
+    EXPECT_EQ(remote_->DeathRecipientCount(), 1u);
+    EXPECT_EQ(AllLines(log), std::vector<std::string>{"I DeviceDetectProxy# DeviceDetectProxy constructor"});
+    EXPECT_EQ(CheckPrefixes(log, "device_detect_proxy"), "");
+}
+
+TEST_F(LifecycleTest, ConcurrentFirstUseLooksUpOnce)
+{
+    manager_->AddSystemAbility(kSaId, remote_);
+    manager_->HoldLookups();
+    constexpr int kThreads = 4;
+    std::vector<sptr<DeviceDetectProxy>> results(kThreads);
+    std::vector<std::thread> threads;
+    threads.emplace_back([&results] { results[0] = DeviceDetectProxy::GetInstance(); });
+    manager_->WaitForLookup();
+    // The first thread is inside the lookup, holding the lock; the others
+    // find the cache empty and queue for the lock. The pause only makes it
+    // likelier that they get that far before the lookup ends; the outcome
+    // must be the same either way.
+    for (int i = 1; i < kThreads; ++i) {
+        threads.emplace_back([&results, i] { results[i] = DeviceDetectProxy::GetInstance(); });
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    manager_->ReleaseLookups();
+    for (auto& thread : threads) {
+        thread.join();
+    }
+
+    EXPECT_EQ(manager_->LookupCount(), 1);
+    ASSERT_NE(results[0], nullptr);
+    for (const auto& result : results) {
+        EXPECT_EQ(result, results[0]);
+    }
+    EXPECT_EQ(remote_->AddDeathRecipientCalls(), 1u);
+}
+
+TEST_F(LifecycleTest, NoManagerGivesNullEveryTime)
+{
+    ScopedSystemAbilityManager none(nullptr);
+    LogCapture log;
+    EXPECT_EQ(DeviceDetectProxy::GetInstance(), nullptr);
+    EXPECT_EQ(DeviceDetectProxy::GetInstance(), nullptr);
+    EXPECT_EQ(LinesAt(log, LOG_ERROR), (std::vector<std::string>{"GetInstance# failed to get system manager",
+                                                                 "GetInstance# failed to get system manager"}));
+}
+
+TEST_F(LifecycleTest, MissingServiceIsLookedUpAgainOnEveryCall)
+{
+    LogCapture log;
+    EXPECT_EQ(DeviceDetectProxy::GetInstance(), nullptr);
+    EXPECT_EQ(DeviceDetectProxy::GetInstance(), nullptr);
+    EXPECT_EQ(LinesAt(log, LOG_ERROR),
+              (std::vector<std::string>{"GetInstance# failed to get SYNTAVO_DEVICE_DETECT_SA_ID",
+                                        "GetInstance# failed to get SYNTAVO_DEVICE_DETECT_SA_ID"}));
+
+    manager_->AddSystemAbility(kSaId, remote_);
+    EXPECT_NE(DeviceDetectProxy::GetInstance(), nullptr);
+    EXPECT_EQ(manager_->LookupCount(), 3);
+}
+
+TEST_F(LifecycleTest, NoRegisteredCreatorGivesNull)
+{
+    manager_->AddSystemAbility(kSaId, remote_);
+    BrokerRegistration::Get().Unregister(IDeviceDetect::GetDescriptor());
+    LogCapture log;
+
+    EXPECT_EQ(DeviceDetectProxy::GetInstance(), nullptr);
+    EXPECT_EQ(LinesAt(log, LOG_ERROR), std::vector<std::string>{"GetInstance# iface_cast failed"});
+    EXPECT_EQ(remote_->AddDeathRecipientCalls(), 0u);
+
+    BrokerRegistration::Get().Register(
+        IDeviceDetect::GetDescriptor(),
+        [](const sptr<IRemoteObject>& object) -> sptr<IRemoteBroker> { return new DeviceDetectProxy(object); },
+        nullptr);
+    EXPECT_NE(DeviceDetectProxy::GetInstance(), nullptr);
+}
+
+TEST_F(LifecycleTest, RefusedDeathRecipientDestroysTheBuiltProxy)
+{
+    manager_->AddSystemAbility(kSaId, remote_);
+    remote_->RefuseDeathRecipients(true);
+    LogCapture log;
+
+    EXPECT_EQ(DeviceDetectProxy::GetInstance(), nullptr);
+    EXPECT_EQ(AllLines(log), (std::vector<std::string>{
+                                 "I DeviceDetectProxy# DeviceDetectProxy constructor",
+                                 "E GetInstance# AddDeathRecipient for DeviceDetectProxy failed",
+                                 "I ~DeviceDetectProxy# DeviceDetectProxy destructor",
+                             }));
+
+    // Nothing was cached: the next call tries the whole lookup again.
+    remote_->RefuseDeathRecipients(false);
+    EXPECT_NE(DeviceDetectProxy::GetInstance(), nullptr);
+    EXPECT_EQ(manager_->LookupCount(), 2);
+}
+
+TEST_F(LifecycleTest, DeathEmptiesTheCacheAndOldPointersFailAtSend)
+{
+    manager_->AddSystemAbility(kSaId, remote_);
+    sptr<DeviceDetectProxy> old = DeviceDetectProxy::GetInstance();
+    ASSERT_NE(old, nullptr);
+    sptr<FakeRemoteObject> restarted = new FakeRemoteObject();
+    manager_->AddSystemAbility(kSaId, restarted);
+    LogCapture log;
+
+    remote_->Die();
+    EXPECT_EQ(AllLines(log), (std::vector<std::string>{"I OnRemoteDied# DeviceDetectProxy remote died",
+                                                       "I CleanupInstance# Cleanup the instance"}));
+
+    sptr<DeviceDetectProxy> renewed = DeviceDetectProxy::GetInstance();
+    ASSERT_NE(renewed, nullptr);
+    EXPECT_NE(renewed, old);
+    EXPECT_EQ(manager_->LookupCount(), 2);
+    EXPECT_EQ(renewed->AsObject().GetRefPtr(), restarted.GetRefPtr());
+    EXPECT_EQ(restarted->DeathRecipientCount(), 1u);
+
+    log.Clear();
+    std::vector<DeviceInfo> devices;
+    EXPECT_EQ(old->GetTrustedDeviceList("", devices), -1);
+    EXPECT_EQ(LinesAt(log, LOG_ERROR),
+              std::vector<std::string>{"GetTrustedDeviceList# GetTrustedDeviceList SendRequest failed"});
+    EXPECT_EQ(restarted->RequestCount(), 0u);
+}
+
+TEST_F(LifecycleTest, CleanupDropsTheCacheAndDestroysAnUnheldProxy)
+{
+    manager_->AddSystemAbility(kSaId, remote_);
+    ASSERT_NE(DeviceDetectProxy::GetInstance(), nullptr);
+    LogCapture log;
+
+    DeviceDetectProxy::CleanupInstance();
+    EXPECT_EQ(AllLines(log), (std::vector<std::string>{"I CleanupInstance# Cleanup the instance",
+                                                       "I ~DeviceDetectProxy# DeviceDetectProxy destructor"}));
+    log.Clear();
+    DeviceDetectProxy::CleanupInstance();
+    EXPECT_EQ(AllLines(log), std::vector<std::string>{"I CleanupInstance# Cleanup the instance"});
+
+    EXPECT_NE(DeviceDetectProxy::GetInstance(), nullptr);
+    EXPECT_EQ(manager_->LookupCount(), 2);
+}
+
+TEST(FakeRemoteObjectTest, DeathRecipientsFireExactlyOnce)
+{
+    struct Counter : IRemoteObject::DeathRecipient {
+        int calls = 0;
+        void OnRemoteDied(const wptr<IRemoteObject>&) override { ++calls; }
+    };
+    sptr<FakeRemoteObject> remote = new FakeRemoteObject();
+    sptr<Counter> counter = new Counter();
+    ASSERT_TRUE(remote->AddDeathRecipient(counter));
+    remote->Die();
+    remote->Die();
+    EXPECT_EQ(counter->calls, 1);
+    EXPECT_FALSE(remote->AddDeathRecipient(counter));
+}
+
+}  // namespace
+}  // namespace Syntavo
+}  // namespace Tavik
