@@ -3,20 +3,28 @@
 #include <unordered_map>
 
 #include "ipc_status.h"
+#include "socket_transport.h"
 
 namespace Tavik {
 
 namespace {
 
 // The in-process registry: services embedded in this process publish their
-// stubs here, and lookups find them without any transport.
+// stubs here, and lookups find them without any transport. An id nobody
+// added here is looked for on the socket transport, whose connection is
+// reused by later lookups while it lives.
 class LocalSystemAbilityManager : public ISystemAbilityManager {
 public:
     sptr<IRemoteObject> GetSystemAbility(int32_t systemAbilityId) override
     {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto it = abilities_.find(systemAbilityId);
-        return it == abilities_.end() ? nullptr : it->second;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            auto it = abilities_.find(systemAbilityId);
+            if (it != abilities_.end()) {
+                return it->second;
+            }
+        }
+        return ConnectSystemAbility(systemAbilityId);
     }
 
     int32_t AddSystemAbility(int32_t systemAbilityId, const sptr<IRemoteObject>& ability) override

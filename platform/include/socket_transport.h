@@ -1,0 +1,64 @@
+// Serving and reaching system abilities across processes over Unix sockets.
+//
+// A service publishes an object under its system ability id; the object is
+// then served on the socket <runtime directory>/sa-<id>.sock to processes of
+// the same user (and to root). A client reaches it with
+// ConnectSystemAbility, or simply through the default system ability
+// manager, whose GetSystemAbility falls back to the socket when no
+// in-process object was added under the id.
+//
+// Runtime directory: $TAVIK_RUNTIME_DIR when set and not empty, else
+// $XDG_RUNTIME_DIR/tavik when XDG_RUNTIME_DIR is set and not empty, else
+// /tmp/tavik-<effective uid>. The variables are read on every call.
+// Publishing creates the directory with mode 0700 (or tightens an existing
+// one that this user owns) and the socket with mode 0600.
+//
+// docs/transport.md describes the wire, the threads and the limits.
+#ifndef TAVIK_PLATFORM_SOCKET_TRANSPORT_H
+#define TAVIK_PLATFORM_SOCKET_TRANSPORT_H
+
+#include <cstdint>
+#include <string>
+
+#include "iremote_object.h"
+
+namespace Tavik {
+
+enum class PublishStatus : int32_t {
+    // The object is served; the socket exists until UnpublishSystemAbility.
+    OK = 0,
+    // A null object or a negative id.
+    INVALID_ARGUMENT = 1,
+    // The runtime directory cannot be created, is not a directory owned by
+    // this user, or makes the socket path too long.
+    RUNTIME_DIR_UNUSABLE = 2,
+    // This process, or another live server, already serves the id.
+    ALREADY_PUBLISHED = 3,
+    // The lock file, the socket, bind or listen failed.
+    SOCKET_ERROR = 4,
+};
+
+// "OK", "ALREADY_PUBLISHED", ...; "UNKNOWN" for any other value.
+const char* PublishStatusToString(PublishStatus status);
+
+std::string GetRuntimeDirectory();
+std::string GetSystemAbilitySocketPath(int32_t systemAbilityId);
+
+// Serves `object` as system ability `systemAbilityId` until it is
+// unpublished or the process ends. Incoming requests run on the process's
+// IPC threads.
+PublishStatus PublishSystemAbility(int32_t systemAbilityId, const sptr<IRemoteObject>& object);
+
+// Stops accepting connections for the id and removes its socket.
+// Connections already open keep working until their peers close them.
+// False when this process has not published the id.
+bool UnpublishSystemAbility(int32_t systemAbilityId);
+
+// The remote object of the ability's server, or null when no trusted server
+// answers. The connection is kept and reused by later calls for the same id
+// while it lives.
+sptr<IRemoteObject> ConnectSystemAbility(int32_t systemAbilityId);
+
+}  // namespace Tavik
+
+#endif  // TAVIK_PLATFORM_SOCKET_TRANSPORT_H

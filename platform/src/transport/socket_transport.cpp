@@ -1,0 +1,341 @@
+#include "socket_transport.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+
+#include "message_option.h"
+#include "transport/ipc_runtime.h"
+#include "transport/runtime_dir.h"
+#include "transport/socket_connection.h"
+#include "transport/transport_log.h"
+
+namespace Tavik {
+
+namespace {
+
+using Transport::Connection;
+using Transport::IpcRuntime;
+
+constexpr int LISTEN_BACKLOG = 64;
+
+// Accepts the connections of one published ability.
+class Listener : public Transport::Pollable {
+public:
+    Listener(int fd, sptr<IRemoteObject> object, int32_t systemAbilityId)
+        : fd_(fd), object_(std::move(object)), systemAbilityId_(systemAbilityId)
+    {
+    }
+    ~Listener() override { close(fd_); }
+
+    void SetKey(uint64_t key) { key_ = key; }
+
+    void Stop()
+    {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            stopped_ = true;
+        }
+        IpcRuntime::Get().Unregister(key_, fd_);
+    }
+
+    void OnReady(uint32_t /* events */) override
+    {
+        for (;;) {
+            int fd = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+            if (fd < 0) {
+                if (errno == EINTR || errno == ECONNABORTED) {
+                    continue;
+                }
+                if (errno != EAGAIN && errno != EWOULDBLOCK) {
+                    TRANSPORT_LOGE("accept on sa %{public}d failed: %{public}s", systemAbilityId_,
+                                   std::strerror(errno));
+                }
+                break;
+            }
+            Accept(fd);
+        }
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (!stopped_) {
+            IpcRuntime::Get().Arm(key_, fd_);
+        }
+    }
+
+private:
+    void Accept(int fd)
+    {
+        Transport::PeerCredentials peer;
+        if (!Transport::GetPeerCredentials(fd, peer)) {
+            TRANSPORT_LOGW("no credentials for a peer of sa %{public}d: %{public}s", systemAbilityId_,
+                           std::strerror(errno));
+            close(fd);
+            return;
+        }
+        if (!Transport::IsTrustedPeer(peer.uid)) {
+            TRANSPORT_LOGW("refused pid %{public}d uid %{public}u on sa %{public}d", static_cast<int>(peer.pid),
+                           static_cast<unsigned>(peer.uid), systemAbilityId_);
+            close(fd);
+            return;
+        }
+        std::string name = "sa " + std::to_string(systemAbilityId_) + " <- pid " + std::to_string(peer.pid);
+        Connection::Create(fd, object_, std::move(name));
+    }
+
+    const int fd_;
+    const sptr<IRemoteObject> object_;
+    const int32_t systemAbilityId_;
+    uint64_t key_ = 0;
+    std::mutex mutex_;
+    bool stopped_ = false;
+};
+
+struct Publication {
+    std::shared_ptr<Listener> listener;
+    int lockFd = -1;
+    std::string socketPath;
+    std::string lockPath;
+};
+
+struct TransportState {
+    std::mutex publishMutex;
+    std::unordered_map<int32_t, Publication> publications;
+    std::mutex connectMutex;
+    std::unordered_map<int32_t, std::weak_ptr<Connection>> clients;
+};
+
+TransportState& State()
+{
+    // Immortal, like the IPC runtime it works with.
+    static auto* state = new TransportState();
+    return *state;
+}
+
+// Takes the per-id lock file, held for as long as the id is published. The
+// kernel drops the lock when the process dies, so a crashed server's
+// leftovers never block its successor.
+int AcquirePublishLock(const std::string& lockPath, PublishStatus& status)
+{
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        int fd = open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+        if (fd < 0) {
+            TRANSPORT_LOGE("cannot open %{public}s: %{public}s", lockPath.c_str(), std::strerror(errno));
+            status = PublishStatus::SOCKET_ERROR;
+            return -1;
+        }
+        if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+            int error = errno;
+            close(fd);
+            status = error == EWOULDBLOCK ? PublishStatus::ALREADY_PUBLISHED : PublishStatus::SOCKET_ERROR;
+            return -1;
+        }
+        // An unpublishing server unlinks the file it held; a lock on the
+        // unlinked file would exclude nobody.
+        struct stat held {};
+        struct stat named {};
+        if (fstat(fd, &held) == 0 && stat(lockPath.c_str(), &named) == 0 && held.st_ino == named.st_ino &&
+            held.st_dev == named.st_dev) {
+            return fd;
+        }
+        close(fd);
+    }
+    status = PublishStatus::SOCKET_ERROR;
+    return -1;
+}
+
+// True when something accepts connections on the path.
+bool ServerAnswers(const sockaddr_un& address, socklen_t length)
+{
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd < 0) {
+        return false;
+    }
+    int result = connect(fd, reinterpret_cast<const sockaddr*>(&address), length);
+    // EAGAIN: a live listener whose backlog is full.
+    bool answers = result == 0 || errno == EAGAIN;
+    close(fd);
+    return answers;
+}
+
+}  // namespace
+
+const char* PublishStatusToString(PublishStatus status)
+{
+    switch (status) {
+        case PublishStatus::OK:
+            return "OK";
+        case PublishStatus::INVALID_ARGUMENT:
+            return "INVALID_ARGUMENT";
+        case PublishStatus::RUNTIME_DIR_UNUSABLE:
+            return "RUNTIME_DIR_UNUSABLE";
+        case PublishStatus::ALREADY_PUBLISHED:
+            return "ALREADY_PUBLISHED";
+        case PublishStatus::SOCKET_ERROR:
+            return "SOCKET_ERROR";
+    }
+    return "UNKNOWN";
+}
+
+std::string GetRuntimeDirectory()
+{
+    return Transport::ResolveRuntimeDirectory();
+}
+
+std::string GetSystemAbilitySocketPath(int32_t systemAbilityId)
+{
+    return Transport::SocketPathIn(Transport::ResolveRuntimeDirectory(), systemAbilityId);
+}
+
+PublishStatus PublishSystemAbility(int32_t systemAbilityId, const sptr<IRemoteObject>& object)
+{
+    if (object == nullptr || systemAbilityId < 0) {
+        TRANSPORT_LOGE("cannot publish sa %{public}d: no object or a negative id", systemAbilityId);
+        return PublishStatus::INVALID_ARGUMENT;
+    }
+    TransportState& state = State();
+    std::lock_guard<std::mutex> lock(state.publishMutex);
+    if (state.publications.count(systemAbilityId) != 0) {
+        TRANSPORT_LOGE("sa %{public}d is already published by this process", systemAbilityId);
+        return PublishStatus::ALREADY_PUBLISHED;
+    }
+    std::string dir = Transport::ResolveRuntimeDirectory();
+    Publication publication;
+    publication.socketPath = Transport::SocketPathIn(dir, systemAbilityId);
+    publication.lockPath = Transport::LockPathIn(dir, systemAbilityId);
+    sockaddr_un address{};
+    socklen_t length = 0;
+    if (!Transport::MakeSocketAddress(publication.socketPath, address, length)) {
+        TRANSPORT_LOGE("socket path %{public}s is too long", publication.socketPath.c_str());
+        return PublishStatus::RUNTIME_DIR_UNUSABLE;
+    }
+    if (!Transport::PrepareRuntimeDirectory(dir)) {
+        return PublishStatus::RUNTIME_DIR_UNUSABLE;
+    }
+    PublishStatus status = PublishStatus::OK;
+    publication.lockFd = AcquirePublishLock(publication.lockPath, status);
+    if (publication.lockFd < 0) {
+        TRANSPORT_LOGE("cannot publish sa %{public}d: %{public}s", systemAbilityId, PublishStatusToString(status));
+        return status;
+    }
+    auto fail = [&publication](PublishStatus result) {
+        close(publication.lockFd);
+        return result;
+    };
+    if (ServerAnswers(address, length)) {
+        TRANSPORT_LOGE("cannot publish sa %{public}d: a server already answers on %{public}s", systemAbilityId,
+                       publication.socketPath.c_str());
+        return fail(PublishStatus::ALREADY_PUBLISHED);
+    }
+    // What is left at the path is a dead server's socket.
+    unlink(publication.socketPath.c_str());
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd < 0) {
+        TRANSPORT_LOGE("socket failed: %{public}s", std::strerror(errno));
+        return fail(PublishStatus::SOCKET_ERROR);
+    }
+    if (bind(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
+        chmod(publication.socketPath.c_str(), 0600) != 0 || listen(fd, LISTEN_BACKLOG) != 0) {
+        TRANSPORT_LOGE("cannot listen on %{public}s: %{public}s", publication.socketPath.c_str(),
+                       std::strerror(errno));
+        close(fd);
+        unlink(publication.socketPath.c_str());
+        return fail(PublishStatus::SOCKET_ERROR);
+    }
+    publication.listener = std::make_shared<Listener>(fd, object, systemAbilityId);
+    uint64_t key = IpcRuntime::Get().ReserveKey();
+    publication.listener->SetKey(key);
+    if (!IpcRuntime::Get().Register(key, publication.listener, fd)) {
+        unlink(publication.socketPath.c_str());
+        return fail(PublishStatus::SOCKET_ERROR);
+    }
+    TRANSPORT_LOGI("sa %{public}d published at %{public}s", systemAbilityId, publication.socketPath.c_str());
+    state.publications[systemAbilityId] = std::move(publication);
+    return PublishStatus::OK;
+}
+
+bool UnpublishSystemAbility(int32_t systemAbilityId)
+{
+    Publication publication;
+    {
+        TransportState& state = State();
+        std::lock_guard<std::mutex> lock(state.publishMutex);
+        auto it = state.publications.find(systemAbilityId);
+        if (it == state.publications.end()) {
+            TRANSPORT_LOGW("sa %{public}d is not published by this process", systemAbilityId);
+            return false;
+        }
+        publication = std::move(it->second);
+        state.publications.erase(it);
+        publication.listener->Stop();
+        unlink(publication.socketPath.c_str());
+        // Unlinked while still locked, so a successor that opened the old
+        // file notices and opens the new one.
+        unlink(publication.lockPath.c_str());
+        close(publication.lockFd);
+    }
+    TRANSPORT_LOGI("sa %{public}d unpublished", systemAbilityId);
+    return true;
+}
+
+sptr<IRemoteObject> ConnectSystemAbility(int32_t systemAbilityId)
+{
+    if (systemAbilityId < 0) {
+        return nullptr;
+    }
+    TransportState& state = State();
+    std::lock_guard<std::mutex> lock(state.connectMutex);
+    auto known = state.clients.find(systemAbilityId);
+    if (known != state.clients.end()) {
+        std::shared_ptr<Connection> connection = known->second.lock();
+        if (connection != nullptr && !connection->IsClosed()) {
+            return connection->GetRootProxy();
+        }
+        state.clients.erase(known);
+    }
+    std::string path = GetSystemAbilitySocketPath(systemAbilityId);
+    sockaddr_un address{};
+    socklen_t length = 0;
+    if (!Transport::MakeSocketAddress(path, address, length)) {
+        TRANSPORT_LOGW("socket path %{public}s is too long", path.c_str());
+        return nullptr;
+    }
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        TRANSPORT_LOGE("socket failed: %{public}s", std::strerror(errno));
+        return nullptr;
+    }
+    // A server that stopped accepting fills its backlog; do not wait for it
+    // longer than for any reply.
+    timeval timeout{MessageOption::TF_WAIT_TIME, 0};
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof(timeout));
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0) {
+        TRANSPORT_LOGI("no server for sa %{public}d at %{public}s: %{public}s", systemAbilityId, path.c_str(),
+                       std::strerror(errno));
+        close(fd);
+        return nullptr;
+    }
+    Transport::PeerCredentials peer;
+    if (!Transport::GetPeerCredentials(fd, peer) || !Transport::IsTrustedPeer(peer.uid)) {
+        TRANSPORT_LOGW("refused the server of sa %{public}d (pid %{public}d uid %{public}u)", systemAbilityId,
+                       static_cast<int>(peer.pid), static_cast<unsigned>(peer.uid));
+        close(fd);
+        return nullptr;
+    }
+    std::string name = "sa " + std::to_string(systemAbilityId) + " -> pid " + std::to_string(peer.pid);
+    std::shared_ptr<Connection> connection = Connection::Create(fd, nullptr, std::move(name));
+    if (connection == nullptr) {
+        return nullptr;
+    }
+    state.clients[systemAbilityId] = connection;
+    return connection->GetRootProxy();
+}
+
+}  // namespace Tavik

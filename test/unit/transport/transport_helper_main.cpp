@@ -1,0 +1,87 @@
+// The helper roles of the transport tests. The tests start this same binary
+// with TAVIK_TRANSPORT_TEST_HELPER set; the role then runs from static
+// initialisation, before the test framework's main, and never returns.
+// Standard output is the ready pipe: the role writes 'R' once it is set up.
+#include <sys/prctl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include "ipc_status.h"
+#include "socket_transport.h"
+#include "transport_test_util.h"
+
+namespace Tavik {
+namespace TransportTest {
+namespace {
+
+void ReportReady()
+{
+    char ready = 'R';
+    if (write(STDOUT_FILENO, &ready, 1) != 1) {
+        _exit(3);
+    }
+}
+
+// Publishes a TestService and serves until killed.
+[[noreturn]] void Serve(int32_t systemAbilityId)
+{
+    sptr<IRemoteObject> service(new TestService());
+    if (PublishSystemAbility(systemAbilityId, service) != PublishStatus::OK) {
+        _exit(2);
+    }
+    ReportReady();
+    for (;;) {
+        pause();
+    }
+}
+
+// Connects as the unprivileged user "nobody" and tries one call. Exit 0:
+// the server refused us (no proxy, or the call died); 1: the call went
+// through; 2: the user could not be switched.
+[[noreturn]] void ConnectAsNobody(int32_t systemAbilityId)
+{
+    ReportReady();
+    constexpr uid_t NOBODY = 65534;
+    if (setgid(NOBODY) != 0 || setuid(NOBODY) != 0) {
+        _exit(2);
+    }
+    sptr<IRemoteObject> remote = ConnectSystemAbility(systemAbilityId);
+    if (remote == nullptr) {
+        _exit(0);
+    }
+    MessageParcel data;
+    MessageParcel reply;
+    MessageOption option = SyncOption(2);
+    data.WriteInt32(1);
+    _exit(remote->SendRequest(ECHO, data, reply, option) == IPC_OK ? 1 : 0);
+}
+
+int RunHelperRole()
+{
+    const char* role = std::getenv("TAVIK_TRANSPORT_TEST_HELPER");
+    if (role == nullptr) {
+        return 0;
+    }
+    const char* id = std::getenv("TAVIK_TRANSPORT_TEST_SA");
+    int32_t systemAbilityId = id == nullptr ? -1 : static_cast<int32_t>(std::atoi(id));
+    // A helper never outlives the test that started it.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    std::string name(role);
+    if (name == "serve") {
+        Serve(systemAbilityId);
+    }
+    if (name == "connect-as-nobody") {
+        ConnectAsNobody(systemAbilityId);
+    }
+    _exit(4);
+}
+
+[[maybe_unused]] const int g_helperRole = RunHelperRole();
+
+}  // namespace
+}  // namespace TransportTest
+}  // namespace Tavik

@@ -1,0 +1,149 @@
+// Shared pieces of the transport tests: the test service, a callback stub,
+// a death counter, a private runtime directory, helper processes and raw
+// socket access for hand-made frames.
+#ifndef TAVIK_TEST_TRANSPORT_TEST_UTIL_H
+#define TAVIK_TEST_TRANSPORT_TEST_UTIL_H
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ipc_object_stub.h"
+#include "message_option.h"
+#include "message_parcel.h"
+#include "transport/frame.h"
+
+namespace Tavik {
+namespace TransportTest {
+
+enum TestCode : uint32_t {
+    // int32 in -> the same int32 and the server's pid out.
+    ECHO = 1,
+    // object, int32 in -> calls object with ECHO(int32); out: its status and
+    // the int32 it replied.
+    CALL_BACK = 2,
+    // object in -> kept by the service; out: the number kept.
+    HOLD = 3,
+    // drops every kept object.
+    DROP = 4,
+    // out: objects the server's process exports on all its connections.
+    EXPORT_COUNT = 5,
+    // out: one object, the same on every call.
+    GET_OBJECT = 6,
+    // never answers.
+    BLOCK = 7,
+    // one-way: int32 in, appended to a list.
+    RECORD = 8,
+    // int32 n in -> waits (up to 2 s) until n values are recorded; out: the
+    // list.
+    GET_RECORDED = 9,
+};
+
+// The object the tests publish, in this process or in a helper.
+class TestService : public IPCObjectStub {
+public:
+    TestService();
+    int32_t OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) override;
+
+private:
+    std::mutex mutex_;
+    std::condition_variable recordedChanged_;
+    std::vector<sptr<IRemoteObject>> held_;
+    std::vector<int32_t> recorded_;
+    sptr<IRemoteObject> sameObject_;
+};
+
+// Answers ECHO(v) with v * 10, or, when it has a server, with what the
+// server's ECHO(v + 1) returns (a call back into the peer from inside a
+// callback). Records the threads it ran on.
+class CallbackStub : public IPCObjectStub {
+public:
+    explicit CallbackStub(sptr<IRemoteObject> server = nullptr, bool* destroyed = nullptr);
+    ~CallbackStub() override;
+    int32_t OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) override;
+
+    int Calls() const { return calls_.load(); }
+    std::thread::id LastThread();
+
+private:
+    sptr<IRemoteObject> server_;
+    bool* destroyed_;
+    std::atomic<int> calls_{0};
+    std::mutex mutex_;
+    std::thread::id lastThread_;
+};
+
+class DeathCounter : public IRemoteObject::DeathRecipient {
+public:
+    void OnRemoteDied(const wptr<IRemoteObject>& object) override;
+    int Count() const { return count_.load(); }
+    IRemoteObject* LastObject() const { return last_.load(); }
+
+private:
+    std::atomic<int> count_{0};
+    std::atomic<IRemoteObject*> last_{nullptr};
+};
+
+// A fresh directory set as TAVIK_RUNTIME_DIR while it lives.
+class ScopedRuntimeDir {
+public:
+    ScopedRuntimeDir();
+    ~ScopedRuntimeDir();
+    const std::string& Path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+// A copy of this test binary started in a helper role (see
+// transport_helper_main.cpp). The process is killed when the object goes.
+class HelperProcess {
+public:
+    // Starts the role and waits until it reports ready. Extra environment
+    // entries are "NAME=value".
+    bool Start(const std::string& role, int32_t systemAbilityId, const std::vector<std::string>& extraEnv = {});
+    ~HelperProcess();
+    pid_t Pid() const { return pid_; }
+    void Signal(int signal);
+    // Kills (SIGKILL) and reaps the helper.
+    void Kill();
+    // Waits for the helper to end by itself; its exit status, -1 otherwise.
+    int Wait();
+
+private:
+    pid_t pid_ = -1;
+};
+
+// A system ability id no other test of this run uses, so that no connection
+// cached by an earlier test is found.
+int32_t NextSystemAbilityId();
+
+// Polls `condition` until it holds or `limit` passes.
+bool WaitUntil(const std::function<bool()>& condition,
+               std::chrono::milliseconds limit = std::chrono::milliseconds(5000));
+
+// MessageOption with a wait time in seconds.
+MessageOption SyncOption(int waitSeconds = MessageOption::TF_WAIT_TIME);
+
+// Raw socket access for hand-made frames.
+int RawConnect(const std::string& path);
+bool RawSend(int fd, const void* data, size_t size);
+// True when the peer closes the socket within the limit (data before the
+// end is read and ignored).
+bool WaitForClose(int fd, std::chrono::milliseconds limit = std::chrono::milliseconds(5000));
+// Reads one whole frame (header and body); false on end or time-out.
+bool ReadFrame(int fd, Transport::FrameHeader& header, std::vector<uint8_t>& body,
+               std::chrono::milliseconds limit = std::chrono::milliseconds(5000));
+
+}  // namespace TransportTest
+}  // namespace Tavik
+
+#endif  // TAVIK_TEST_TRANSPORT_TEST_UTIL_H
