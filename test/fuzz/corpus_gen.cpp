@@ -150,7 +150,7 @@ std::vector<std::pair<std::string, Bytes>> RecordSeeds()
         {"local_info", RecordInput(4, LocalInfo("MainAbility", "com.example", "local-1", "entry", 17))},
         {"picker_result", RecordInput(5, picker)},
         {"device_service_info", RecordInput(6, DeviceServiceInfo("Pad", 17, "hash", "dev-1", {"rule-a", "rule-b"},
-                                                                  "net-2", "AA:BB:CC:DD:EE:FF", "{}"))},
+                                                                 "net-2", "AA:BB:CC:DD:EE:FF", "{}"))},
         {"device_dynamic_info", RecordInput(7, DeviceDynamicInfo("battery", "87"))},
         {"device_config_info", RecordInput(8, DeviceConfigInfo("model-7", "{\"fold\":1}", "Fold", 14, 1))},
         {"request_result_info", RecordInput(9, RequestResultInfo(2, 0))},
@@ -207,10 +207,8 @@ std::vector<std::pair<std::string, Bytes>> ReplySeeds()
                                         p.WriteStrongParcelable(new DeviceDynamicInfo("battery", "87"));
                                         p.WriteStrongParcelable(new DeviceDynamicInfo("wifi", "on"));
                                     })},
-        {"config_info", ReplyInput(14,
-                                   [](Parcel& p) {
-                                       p.WriteStrongParcelable(new DeviceConfigInfo("m1", "{}", "Fold", 14, 1));
-                                   })},
+        {"config_info",
+         ReplyInput(14, [](Parcel& p) { p.WriteStrongParcelable(new DeviceConfigInfo("m1", "{}", "Fold", 14, 1)); })},
         {"device_switch", ReplyInput(20, [](Parcel& p) { p.WriteInt32(1); })},
         {"same_account", ReplyInput(24, [](Parcel& p) { p.WriteBool(true); })},
     };
@@ -232,9 +230,8 @@ std::vector<std::pair<std::string, Bytes>> StubSeeds()
     const auto onEvent = static_cast<uint8_t>(ToCode(SingleEventCallbackCode::ON_EVENT));
     // Indexes into stub_fuzzer.cpp's stub table.
     return {
-        {"device_online",
-         StubInput(0, static_cast<uint8_t>(ToCode(DeviceChangedCallbackCode::ON_DEVICE_ONLINE)),
-                   [](Parcel& p) { WriteDevice(p, "u1", 14); })},
+        {"device_online", StubInput(0, static_cast<uint8_t>(ToCode(DeviceChangedCallbackCode::ON_DEVICE_ONLINE)),
+                                    [](Parcel& p) { WriteDevice(p, "u1", 14); })},
         {"device_ready", StubInput(0, static_cast<uint8_t>(ToCode(DeviceChangedCallbackCode::ON_DEVICE_READY)),
                                    [](Parcel& p) { WriteDevice(p, "u2", 17); })},
         {"service_changed", StubInput(1, onEvent,
@@ -251,8 +248,8 @@ std::vector<std::pair<std::string, Bytes>> StubSeeds()
                                    })},
         {"deliver", StubInput(3, onEvent, [](Parcel& p) { p.WriteString("{\"service\":1}"); })},
         {"dialog_event", StubInput(4, onEvent, [](Parcel& p) { p.WriteString("{\"button\":0}"); })},
-        {"publish_event", StubInput(5, onEvent,
-                                    [](Parcel& p) { p.WriteStrongParcelable(new RequestResultInfo(1, 0)); })},
+        {"publish_event",
+         StubInput(5, onEvent, [](Parcel& p) { p.WriteStrongParcelable(new RequestResultInfo(1, 0)); })},
         {"unknown_code", StubInput(0, 9, [](Parcel& p) { p.WriteInt32(0); })},
     };
 }
@@ -321,15 +318,18 @@ std::vector<std::pair<std::string, Bytes>> FrameSeeds()
     status.WriteInt32(7);
     return {
         {"server_call", Concat({SERVER_SIDE}, FrameBytes(Transaction(1, ROOT_OBJECT_ID, online), DeviceEvent()))},
-        {"server_one_way", Concat(Concat({SERVER_SIDE}, FrameBytes(Transaction(0, ROOT_OBJECT_ID, online), DeviceEvent())),
-                                  FrameBytes(Transaction(0, ROOT_OBJECT_ID, offline), DeviceEvent()))},
-        {"server_object", Concat({SERVER_SIDE}, FrameBytes(Transaction(2, ROOT_OBJECT_ID, online), DeviceEvent(), {theirs}))},
+        {"server_one_way",
+         Concat(Concat({SERVER_SIDE}, FrameBytes(Transaction(0, ROOT_OBJECT_ID, online), DeviceEvent())),
+                FrameBytes(Transaction(0, ROOT_OBJECT_ID, offline), DeviceEvent()))},
+        {"server_object",
+         Concat({SERVER_SIDE}, FrameBytes(Transaction(2, ROOT_OBJECT_ID, online), DeviceEvent(), {theirs}))},
         {"client_reply", Concat({CLIENT_SIDE}, FrameBytes(Reply(1, 0), Data(status)))},
         {"client_reply_object", Concat({CLIENT_SIDE}, FrameBytes(Reply(1, 0), Data(status), {theirs}))},
-        {"client_release_then_reply", Concat(Concat({CLIENT_SIDE}, FrameBytes(Release(1, 1), {})),
-                                             FrameBytes(Reply(1, -1), {}))},
-        {"client_callback_then_reply", Concat(Concat({CLIENT_SIDE}, FrameBytes(Transaction(5, 1, online), DeviceEvent())),
-                                              FrameBytes(Reply(1, 0), Data(status)))},
+        {"client_release_then_reply",
+         Concat(Concat({CLIENT_SIDE}, FrameBytes(Release(1, 1), {})), FrameBytes(Reply(1, -1), {}))},
+        {"client_callback_then_reply",
+         Concat(Concat({CLIENT_SIDE}, FrameBytes(Transaction(5, 1, online), DeviceEvent())),
+                FrameBytes(Reply(1, 0), Data(status)))},
     };
 }
 

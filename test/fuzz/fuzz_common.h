@@ -33,13 +33,13 @@ inline void QuietLog()
 
 // A broken invariant aborts, so libFuzzer reports it like a crash and keeps
 // the input.
-#define FUZZ_CHECK(condition)                                                                         \
-    do {                                                                                              \
-        if (!(condition)) {                                                                           \
-            std::fprintf(stderr, "invariant broken [%s]: %s (%s:%d)\n", DdFuzz::g_context, #condition, \
-                         __FILE__, __LINE__);                                                          \
-            std::abort();                                                                             \
-        }                                                                                             \
+#define FUZZ_CHECK(condition)                                                                                    \
+    do {                                                                                                         \
+        if (!(condition)) {                                                                                      \
+            std::fprintf(stderr, "invariant broken [%s]: %s (%s:%d)\n", DdFuzz::g_context, #condition, __FILE__, \
+                         __LINE__);                                                                              \
+            std::abort();                                                                                        \
+        }                                                                                                        \
     } while (0)
 
 #endif  // DD_FUZZ_COMMON_H

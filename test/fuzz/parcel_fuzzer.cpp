@@ -122,8 +122,8 @@ bool ExpectStringVector(const Parcel& parcel, size_t pos, std::vector<std::strin
 // Runs the checked form, then the value form from the same place, against
 // the expected outcome.
 template <typename T, typename Checked, typename ValueForm>
-void CheckRead(MessageParcel& parcel, bool expectOk, const T& expected, size_t end, const T& sentinel,
-               Checked checked, ValueForm valueForm)
+void CheckRead(MessageParcel& parcel, bool expectOk, const T& expected, size_t end, const T& sentinel, Checked checked,
+               ValueForm valueForm)
 {
     size_t start = parcel.GetReadPosition();
     T out = sentinel;
@@ -179,8 +179,8 @@ void CheckVector(MessageParcel& parcel, const T& sentinel, Expect expect, Read r
 void CheckRemoteObject(MessageParcel& parcel)
 {
     size_t start = parcel.GetReadPosition();
-    bool expectOk = parcel.GetReadableBytes() >= sizeof(uint32_t) &&
-                    Load<uint32_t>(parcel, start) < parcel.GetObjectCount();
+    bool expectOk =
+        parcel.GetReadableBytes() >= sizeof(uint32_t) && Load<uint32_t>(parcel, start) < parcel.GetObjectCount();
     sptr<IRemoteObject> object = parcel.ReadRemoteObject();
     if (!expectOk) {
         FUZZ_CHECK(object == nullptr);
@@ -237,9 +237,22 @@ public:
         size_t readable = parcel.GetReadableBytes();
         size_t size = parcel.GetDataSize();
         const size_t edges[] = {
-            readable, readable + 1, readable == 0 ? 0 : readable - 1, readable + 3, size, size + 1,
-            size == 0 ? 0 : size - 1, SIZE_MAX, SIZE_MAX - 1, SIZE_MAX - 3, SIZE_MAX - 4, INT32_MAX,
-            static_cast<size_t>(INT32_MAX) + 1, UINT32_MAX, static_cast<size_t>(UINT32_MAX) + 1, size / 2,
+            readable,
+            readable + 1,
+            readable == 0 ? 0 : readable - 1,
+            readable + 3,
+            size,
+            size + 1,
+            size == 0 ? 0 : size - 1,
+            SIZE_MAX,
+            SIZE_MAX - 1,
+            SIZE_MAX - 3,
+            SIZE_MAX - 4,
+            INT32_MAX,
+            static_cast<size_t>(INT32_MAX) + 1,
+            UINT32_MAX,
+            static_cast<size_t>(UINT32_MAX) + 1,
+            size / 2,
         };
         return edges[byte - EDGE_BASE];
     }

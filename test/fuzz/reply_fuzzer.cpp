@@ -86,7 +86,8 @@ struct Method {
 };
 
 const Method METHODS[] = {
-    {"GetTrustedDeviceList", [](DeviceDetectProxy& p, Callbacks&, Outputs& o) { p.GetTrustedDeviceList("s", o.devices); }},
+    {"GetTrustedDeviceList",
+     [](DeviceDetectProxy& p, Callbacks&, Outputs& o) { p.GetTrustedDeviceList("s", o.devices); }},
     {"GetTrustedDeviceList(callback)",
      [](DeviceDetectProxy& p, Callbacks& c, Outputs& o) {
          p.GetTrustedDeviceList("s", sptr<IDeviceChangedCallback>(c.devChanged), o.devices);
@@ -107,13 +108,14 @@ const Method METHODS[] = {
      [](DeviceDetectProxy& p, Callbacks& c, Outputs& o) {
          p.GetTrustedDeviceListWithDeviceFilter(c.deviceFilter, o.devices, c.detect);
      }},
-    {"RegisterDevChangedCallback",
-     [](DeviceDetectProxy& p, Callbacks& c, Outputs&) { p.RegisterDevChangedCallback(c.abilityFilter, "s", c.devChanged); }},
+    {"RegisterDevChangedCallback", [](DeviceDetectProxy& p, Callbacks& c,
+                                      Outputs&) { p.RegisterDevChangedCallback(c.abilityFilter, "s", c.devChanged); }},
     {"RegisterCallbackWithServiceFilter",
      [](DeviceDetectProxy& p, Callbacks& c, Outputs&) {
          p.RegisterCallbackWithServiceFilter(c.serviceFilter, "s", c.devChanged);
      }},
-    {"UnregisterDevChangedCallback", [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.UnregisterDevChangedCallback(5); }},
+    {"UnregisterDevChangedCallback",
+     [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.UnregisterDevChangedCallback(5); }},
     {"UnregisterServiceFilterListener",
      [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.UnregisterServiceFilterListener(5); }},
     {"RegisterServiceChangedCallback",
@@ -121,19 +123,22 @@ const Method METHODS[] = {
     {"UnregisterServiceChangedCallback",
      [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.UnregisterServiceChangedCallback(); }},
     {"GetLocalDeviceInfo", [](DeviceDetectProxy& p, Callbacks&, Outputs& o) { p.GetLocalDeviceInfo(o.local); }},
-    {"GetRemoteDeviceDynamicInfo",
-     [](DeviceDetectProxy& p, Callbacks& c, Outputs& o) { p.GetRemoteDeviceDynamicInfo("dev", c.keys, o.dynamicInfos); }},
-    {"QueryDeviceConfigInfo", [](DeviceDetectProxy& p, Callbacks&, Outputs& o) { p.QueryDeviceConfigInfo("q", o.config); }},
+    {"GetRemoteDeviceDynamicInfo", [](DeviceDetectProxy& p, Callbacks& c,
+                                      Outputs& o) { p.GetRemoteDeviceDynamicInfo("dev", c.keys, o.dynamicInfos); }},
+    {"QueryDeviceConfigInfo",
+     [](DeviceDetectProxy& p, Callbacks&, Outputs& o) { p.QueryDeviceConfigInfo("q", o.config); }},
     {"RegisterServiceDeliverCallback",
      [](DeviceDetectProxy& p, Callbacks& c, Outputs&) { p.RegisterServiceDeliverCallback(3, c.deliver); }},
-    {"SetDialogEventCallback", [](DeviceDetectProxy& p, Callbacks& c, Outputs&) { p.SetDialogEventCallback(c.dialog); }},
+    {"SetDialogEventCallback",
+     [](DeviceDetectProxy& p, Callbacks& c, Outputs&) { p.SetDialogEventCallback(c.dialog); }},
     {"NotifyAppDialogEvent", [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.NotifyAppDialogEvent("{}"); }},
     {"RequestService", [](DeviceDetectProxy& p, Callbacks& c, Outputs&) { p.RequestService("pkg", c.publish); }},
     {"UnRequestService", [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.UnRequestService("pkg"); }},
     {"GetDeviceSwitch", [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.GetDeviceSwitch("dev"); }},
     {"RegisterKeyMouseCallback",
      [](DeviceDetectProxy& p, Callbacks& c, Outputs&) { p.RegisterKeyMouseCallback("caller", c.keyMouse); }},
-    {"UnregisterKeyMouseCallback", [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.UnregisterKeyMouseCallback("caller"); }},
+    {"UnregisterKeyMouseCallback",
+     [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.UnregisterKeyMouseCallback("caller"); }},
     {"UpdateKeyMouseEdgeSwitch", [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.UpdateKeyMouseEdgeSwitch(true); }},
     {"GetIsSameDeviceAccount",
      [](DeviceDetectProxy& p, Callbacks&, Outputs&) {
@@ -141,7 +146,8 @@ const Method METHODS[] = {
          p.GetIsSameDeviceAccount(networkId);
          FUZZ_CHECK(networkId == "net");
      }},
-    {"GetBindKeymouseServiceReq", [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.GetBindKeymouseServiceReq(true); }},
+    {"GetBindKeymouseServiceReq",
+     [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.GetBindKeymouseServiceReq(true); }},
     {"GetIsNextTypeDevice",
      [](DeviceDetectProxy& p, Callbacks&, Outputs&) {
          std::string networkId = "net";
