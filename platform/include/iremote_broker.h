@@ -27,11 +27,14 @@ public:
 };
 
 // Declares `static const std::u16string& GetDescriptor()` in an interface.
-#define DECLARE_INTERFACE_DESCRIPTOR(DESCRIPTOR)                  \
-    static const std::u16string& GetDescriptor()                  \
-    {                                                             \
-        static const std::u16string descriptor_value(DESCRIPTOR); \
-        return descriptor_value;                                  \
+// The string is never destroyed: the inline function's static may belong to
+// whichever module got there first, and delegators and proxies of other
+// modules still read it during their own static destruction.
+#define DECLARE_INTERFACE_DESCRIPTOR(DESCRIPTOR)                                   \
+    static const std::u16string& GetDescriptor()                                   \
+    {                                                                              \
+        static const std::u16string* descriptor_value = new std::u16string(DESCRIPTOR); \
+        return *descriptor_value;                                                  \
     }
 
 class BrokerDelegatorBase {
@@ -74,6 +77,10 @@ class BrokerDelegator : public BrokerDelegatorBase {
 public:
     BrokerDelegator();
     ~BrokerDelegator() override;
+
+private:
+    // Kept by value: at unload T's descriptor may already be gone.
+    const std::u16string descriptor_;
 };
 
 // Builds the proxy registered under INTERFACE's descriptor around object;
@@ -84,10 +91,10 @@ sptr<INTERFACE> iface_cast(const sptr<IRemoteObject>& object);
 // --- inline bodies ---------------------------------------------------------
 
 template <typename T>
-BrokerDelegator<T>::BrokerDelegator()
+BrokerDelegator<T>::BrokerDelegator() : descriptor_(T::GetDescriptor())
 {
     BrokerRegistration::Get().Register(
-        T::GetDescriptor(),
+        descriptor_,
         [](const sptr<IRemoteObject>& object) -> sptr<IRemoteBroker> {
             T* proxy = new (std::nothrow) T(object);
             return sptr<IRemoteBroker>(proxy);
@@ -98,7 +105,7 @@ BrokerDelegator<T>::BrokerDelegator()
 template <typename T>
 BrokerDelegator<T>::~BrokerDelegator()
 {
-    BrokerRegistration::Get().Unregister(T::GetDescriptor());
+    BrokerRegistration::Get().Unregister(descriptor_);
 }
 
 template <typename INTERFACE>

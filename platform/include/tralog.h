@@ -51,7 +51,8 @@ int TralogPrint(LogType type, LogLevel level, uint32_t domain, const char* tag, 
 void SetLogLevel(LogLevel level);
 LogLevel GetLogLevel();
 bool IsLogLevelEnabled(LogLevel level);
-// "DEBUG" .. "FATAL" or "3" .. "7" (case-insensitive); false when unknown.
+// "DEBUG" .. "FATAL" (and "WARNING") or "3" .. "7", case-insensitive; false
+// when unknown.
 bool ParseLogLevel(const std::string& text, LogLevel& level);
 const char* LogLevelToString(LogLevel level);
 

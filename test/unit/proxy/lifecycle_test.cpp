@@ -40,6 +40,7 @@ TEST_F(LifecycleTest, FirstUseLooksUpOnceAndCaches)
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(first, second);
     EXPECT_EQ(manager_->LookedUpIds(), std::vector<int32_t>{kSaId});
+    EXPECT_EQ(DeviceDetectProxy::GetDescriptor(), u"Tavik.Syntavo.IDeviceDetect");
     EXPECT_EQ(first->AsObject().GetRefPtr(), remote_.GetRefPtr());
     EXPECT_EQ(remote_->DeathRecipientCount(), 1u);
     EXPECT_EQ(AllLines(log), std::vector<std::string>{"I DeviceDetectProxy# DeviceDetectProxy constructor"});

@@ -271,23 +271,6 @@ TEST(StubDispatchTest, AbsentRecordsFailWithoutCallingTheHandler)
     }
 }
 
-TEST(StubDispatchTest, StubsAreTheirOwnRemoteObjects)
-{
-    for (const StubCase& c : Cases()) {
-        SCOPED_TRACE(c.name);
-        sptr<IPCObjectStub> stub = c.plain();
-        EXPECT_EQ(stub->GetObjectDescriptor(), c.descriptor);
-        EXPECT_FALSE(stub->IsProxyObject());
-        // In process, sending to the stub runs its dispatch.
-        MessageParcel data;
-        data.WriteInterfaceToken(u"wrong");
-        MessageParcel reply;
-        MessageOption option;
-        LogCapture quiet;
-        EXPECT_EQ(stub->SendRequest(0, data, reply, option), 1010);
-    }
-}
-
 }  // namespace
 }  // namespace Test
 }  // namespace Syntavo

@@ -1,0 +1,230 @@
+// Golden bytes: each entry writes something into a fresh parcel and names the
+// exact bytes it must produce. docs/wire-format.md quotes these entries; a
+// hex example there that is not in this table is not checked.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <fstream>
+#include <functional>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "ipc_object_stub.h"
+#include "message_parcel.h"
+#include "platform_test_util.h"
+
+namespace Tavik {
+namespace {
+
+using Test::CompactHex;
+using Test::TestRecord;
+using Test::ToHex;
+
+// The DeviceInfo layout (udid, networkId, deviceName, deviceType) written
+// with the same parcel operations as the record, to pin the worked example.
+bool WriteDeviceInfoFields(Parcel& p)
+{
+    return p.WriteString("a1b2") && p.WriteString("net") && p.WriteString("Phone") && p.WriteUint32(14);
+}
+
+class DeviceInfoShape : public Parcelable {
+public:
+    bool Marshalling(Parcel& parcel) const override { return WriteDeviceInfoFields(parcel); }
+};
+
+struct GoldenCase {
+    const char* name;
+    std::function<bool(MessageParcel&)> write;
+    const char* hex;  // words separated by spaces for the reader; spaces are ignored
+};
+
+const std::vector<GoldenCase>& GoldenCases()
+{
+    static const std::vector<GoldenCase> cases = {
+        {"int32 1", [](MessageParcel& p) { return p.WriteInt32(1); }, "01000000"},
+        {"int32 -2", [](MessageParcel& p) { return p.WriteInt32(-2); }, "feffffff"},
+        {"int32 0x12345678", [](MessageParcel& p) { return p.WriteInt32(0x12345678); }, "78563412"},
+        {"uint32 0xdeadbeef", [](MessageParcel& p) { return p.WriteUint32(0xdeadbeefu); }, "efbeadde"},
+        {"bool true", [](MessageParcel& p) { return p.WriteBool(true); }, "01000000"},
+        {"bool false", [](MessageParcel& p) { return p.WriteBool(false); }, "00000000"},
+        {"int64 0x0102030405060708", [](MessageParcel& p) { return p.WriteInt64(0x0102030405060708); },
+         "08070605 04030201"},
+        {"int64 -1", [](MessageParcel& p) { return p.WriteInt64(-1); }, "ffffffff ffffffff"},
+        {"uint64 0x8000000000000001", [](MessageParcel& p) { return p.WriteUint64(0x8000000000000001u); },
+         "01000000 00000080"},
+        // Strings: length, bytes, one NUL, zero padding to the next word.
+        {"string \"\"", [](MessageParcel& p) { return p.WriteString(""); }, "00000000 00000000"},
+        {"string \"a\"", [](MessageParcel& p) { return p.WriteString("a"); }, "01000000 61000000"},
+        {"string \"ab\"", [](MessageParcel& p) { return p.WriteString("ab"); }, "02000000 61620000"},
+        {"string \"abc\"", [](MessageParcel& p) { return p.WriteString("abc"); }, "03000000 61626300"},
+        {"string \"abcd\"", [](MessageParcel& p) { return p.WriteString("abcd"); }, "04000000 61626364 00000000"},
+        {"string \"abcde\"", [](MessageParcel& p) { return p.WriteString("abcde"); }, "05000000 61626364 65000000"},
+        {"string with NUL inside", [](MessageParcel& p) { return p.WriteString(std::string("a\0b", 3)); },
+         "03000000 61006200"},
+        {"string UTF-8 bytes", [](MessageParcel& p) { return p.WriteString("\xc3\xa9"); }, "02000000 c3a90000"},
+        // UTF-16 strings: length in code units, the units, one NUL unit, padding.
+        {"u16string \"\"", [](MessageParcel& p) { return p.WriteString16(u""); }, "00000000 00000000"},
+        {"u16string \"A\"", [](MessageParcel& p) { return p.WriteString16(u"A"); }, "01000000 41000000"},
+        {"u16string \"AB\"", [](MessageParcel& p) { return p.WriteString16(u"AB"); }, "02000000 41004200 00000000"},
+        {"u16string \"ABC\"", [](MessageParcel& p) { return p.WriteString16(u"ABC"); }, "03000000 41004200 43000000"},
+        {"u16string U+00E9", [](MessageParcel& p) { return p.WriteString16(u"\u00e9"); }, "01000000 e9000000"},
+        {"u16string surrogate pair U+1F600", [](MessageParcel& p) { return p.WriteString16(u"\U0001F600"); },
+         "02000000 3dd800de 00000000"},
+        {"buffer of 3 bytes", [](MessageParcel& p) { return p.WriteBuffer("\x01\x02\x03", 3); }, "01020300"},
+        {"buffer of 0 bytes", [](MessageParcel& p) { return p.WriteBuffer("", 0); }, ""},
+        // Vectors: count, then each element as its own item.
+        {"string vector {}", [](MessageParcel& p) { return p.WriteStringVector({}); }, "00000000"},
+        {"string vector {\"a\", \"\", \"abcd\"}",
+         [](MessageParcel& p) {
+             return p.WriteStringVector({"a", "", "abcd"});
+         },
+         "03000000 01000000 61000000 00000000 00000000 04000000 61626364 00000000"},
+        {"uint32 vector {1, 0xffffffff}",
+         [](MessageParcel& p) {
+             return p.WriteUInt32Vector({1, 0xffffffffu});
+         },
+         "02000000 01000000 ffffffff"},
+        {"uint32 vector {}", [](MessageParcel& p) { return p.WriteUInt32Vector({}); }, "00000000"},
+        {"int32 vector {-1, 2}",
+         [](MessageParcel& p) {
+             return p.WriteInt32Vector({-1, 2});
+         },
+         "02000000 ffffffff 02000000"},
+        // Strong parcelables: presence, then the record's own fields.
+        {"strong parcelable TestRecord{7, \"ab\", 9}",
+         [](MessageParcel& p) { return p.WriteStrongParcelable(sptr<Parcelable>(new TestRecord(7, "ab", 9))); },
+         "01000000 07000000 02000000 61620000 09000000"},
+        {"strong parcelable null", [](MessageParcel& p) { return p.WriteStrongParcelable(nullptr); }, "00000000"},
+        {"parcelable pointer TestRecord{-1, \"\", 0}",
+         [](MessageParcel& p) {
+             TestRecord record(-1, "", 0);
+             return p.WriteParcelable(&record);
+         },
+         "01000000 ffffffff 00000000 00000000 00000000"},
+        {"parcelable pointer null", [](MessageParcel& p) { return p.WriteParcelable(nullptr); }, "00000000"},
+        // The worked DeviceInfo example of docs/wire-format.md.
+        {"DeviceInfo fields {\"a1b2\", \"net\", \"Phone\", 14}", WriteDeviceInfoFields,
+         "04000000 61316232 00000000 03000000 6e657400 05000000 50686f6e 65000000 0e000000"},
+        {"DeviceInfo as strong parcelable",
+         [](MessageParcel& p) { return p.WriteStrongParcelable(sptr<Parcelable>(new DeviceInfoShape())); },
+         "01000000 04000000 61316232 00000000 03000000 6e657400 05000000 50686f6e 65000000 0e000000"},
+        // The interface token is one u16string.
+        {"interface token \"T.I\"", [](MessageParcel& p) { return p.WriteInterfaceToken(u"T.I"); },
+         "03000000 54002e00 49000000"},
+        {"interface token \"Tavik.Syntavo.IDeviceDetect\"",
+         [](MessageParcel& p) { return p.WriteInterfaceToken(u"Tavik.Syntavo.IDeviceDetect"); },
+         "1b000000 54006100 76006900 6b002e00 53007900 6e007400 61007600 6f002e00 49004400 65007600 69006300 "
+         "65004400 65007400 65006300 74000000"},
+        // Remote objects: a uint32 index into the object table beside the data.
+        {"two remote objects",
+         [](MessageParcel& p) {
+             return p.WriteRemoteObject(sptr<IRemoteObject>(new IPCObjectStub(u"a"))) &&
+                    p.WriteRemoteObject(sptr<IRemoteObject>(new IPCObjectStub(u"b")));
+         },
+         "00000000 01000000"},
+        {"int32 42, then objects B, A, B",
+         [](MessageParcel& p) {
+             sptr<IRemoteObject> a(new IPCObjectStub(u"A"));
+             sptr<IRemoteObject> b(new IPCObjectStub(u"B"));
+             return p.WriteInt32(42) && p.WriteRemoteObject(b) && p.WriteRemoteObject(a) && p.WriteRemoteObject(b);
+         },
+         "2a000000 00000000 01000000 02000000"},
+        // Items follow each other with no gaps: every item starts on a word.
+        {"int32, string \"abcde\", bool, int64",
+         [](MessageParcel& p) {
+             return p.WriteInt32(5) && p.WriteString("abcde") && p.WriteBool(true) && p.WriteInt64(2);
+         },
+         "05000000 05000000 61626364 65000000 01000000 02000000 00000000"},
+    };
+    return cases;
+}
+
+TEST(ParcelGoldenTest, EachWriteProducesItsBytes)
+{
+    for (const GoldenCase& c : GoldenCases()) {
+        MessageParcel parcel;
+        ASSERT_TRUE(c.write(parcel)) << "write failed: " << c.name;
+        EXPECT_EQ(ToHex(parcel), CompactHex(c.hex)) << "wrong bytes for: " << c.name;
+        EXPECT_EQ(parcel.GetDataSize() % 4, 0u) << "not word-aligned: " << c.name;
+        EXPECT_EQ(parcel.GetWritePosition(), parcel.GetDataSize()) << c.name;
+    }
+}
+
+// The index written for a remote object is its slot in the table.
+TEST(ParcelGoldenTest, RemoteObjectIndexNamesTableSlot)
+{
+    MessageParcel parcel;
+    sptr<IRemoteObject> first(new IPCObjectStub(u"first"));
+    sptr<IRemoteObject> second(new IPCObjectStub(u"second"));
+    ASSERT_TRUE(parcel.WriteInt32(42));
+    ASSERT_TRUE(parcel.WriteRemoteObject(second));
+    ASSERT_TRUE(parcel.WriteRemoteObject(first));
+    ASSERT_TRUE(parcel.WriteRemoteObject(second));
+    EXPECT_EQ(ToHex(parcel), CompactHex("2a000000 00000000 01000000 02000000"));
+    ASSERT_EQ(parcel.GetObjectCount(), 3u);
+    EXPECT_EQ(parcel.GetObjects()[0], second);
+    EXPECT_EQ(parcel.GetObjects()[1], first);
+    EXPECT_EQ(parcel.GetObjects()[2], second);
+}
+
+// The hex examples of docs/wire-format.md: the contents of its ```hex
+// blocks, comments after '#' dropped, consecutive lines joined into one
+// example, examples separated by blank lines.
+std::vector<std::string> DocumentExamples(const std::string& path)
+{
+    std::ifstream in(path);
+    std::vector<std::string> examples;
+    std::string line;
+    bool inBlock = false;
+    std::string current;
+    auto flush = [&] {
+        if (!current.empty()) {
+            examples.push_back(current);
+            current.clear();
+        }
+    };
+    while (std::getline(in, line)) {
+        if (line.rfind("```", 0) == 0) {
+            flush();
+            inBlock = !inBlock && line == "```hex";
+            continue;
+        }
+        if (!inBlock) {
+            continue;
+        }
+        std::string hex = CompactHex(line.substr(0, line.find('#')));
+        if (hex.empty()) {
+            flush();
+        } else {
+            current += hex;
+        }
+    }
+    flush();
+    return examples;
+}
+
+TEST(ParcelGoldenTest, DocumentExamplesAreGolden)
+{
+    const std::string here = __FILE__;
+    const size_t root = here.rfind("/test/unit/platform/");
+    ASSERT_NE(root, std::string::npos) << "cannot locate the source tree from " << here;
+    const std::string path = here.substr(0, root) + "/docs/wire-format.md";
+
+    std::set<std::string> golden;
+    for (const GoldenCase& c : GoldenCases()) {
+        MessageParcel parcel;
+        ASSERT_TRUE(c.write(parcel)) << c.name;
+        golden.insert(ToHex(parcel));
+    }
+    std::vector<std::string> examples = DocumentExamples(path);
+    EXPECT_GE(examples.size(), 30u) << "too few hex examples found in " << path;
+    for (const std::string& example : examples) {
+        EXPECT_EQ(example.find_first_not_of("0123456789abcdef"), std::string::npos) << "not hex: " << example;
+        EXPECT_EQ(golden.count(example), 1u) << "example in " << path << " matches no golden entry: " << example;
+    }
+}
+
+}  // namespace
+}  // namespace Tavik

@@ -1,0 +1,185 @@
+// The write-failure seam: how many writes one operation costs, and that the
+// budget belongs to the calling thread.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ipc_object_stub.h"
+#include "message_parcel.h"
+#include "parcel_test_seam.h"
+#include "platform_test_util.h"
+
+namespace Tavik {
+namespace {
+
+using ParcelTestSeam::FailWritesAfter;
+using ParcelTestSeam::RemainingWrites;
+using ParcelTestSeam::ResetWriteFailures;
+using ParcelTestSeam::ScopedWriteFailure;
+using Test::TestRecord;
+using Test::ToHex;
+
+class ParcelSeamTest : public testing::Test {
+protected:
+    void TearDown() override { ResetWriteFailures(); }
+};
+
+struct WriteOp {
+    const char* name;
+    std::function<bool(MessageParcel&)> write;
+};
+
+// Every public write operation, each of which must cost exactly one write,
+// however many items it puts on the wire.
+std::vector<WriteOp> OneWriteOps()
+{
+    return {
+        {"WriteBool", [](MessageParcel& p) { return p.WriteBool(true); }},
+        {"WriteInt32", [](MessageParcel& p) { return p.WriteInt32(1); }},
+        {"WriteUint32", [](MessageParcel& p) { return p.WriteUint32(1); }},
+        {"WriteInt64", [](MessageParcel& p) { return p.WriteInt64(1); }},
+        {"WriteUint64", [](MessageParcel& p) { return p.WriteUint64(1); }},
+        {"WriteString", [](MessageParcel& p) { return p.WriteString("abc"); }},
+        {"WriteString16", [](MessageParcel& p) { return p.WriteString16(u"abc"); }},
+        {"WriteBuffer", [](MessageParcel& p) { return p.WriteBuffer("abcde", 5); }},
+        {"WriteStringVector of 3",
+         [](MessageParcel& p) {
+             return p.WriteStringVector({"a", "b", "c"});
+         }},
+        {"WriteUInt32Vector of 3",
+         [](MessageParcel& p) {
+             return p.WriteUInt32Vector({1, 2, 3});
+         }},
+        {"WriteInt32Vector of 3",
+         [](MessageParcel& p) {
+             return p.WriteInt32Vector({1, 2, 3});
+         }},
+        {"WriteStrongParcelable with 3 fields",
+         [](MessageParcel& p) { return p.WriteStrongParcelable(new TestRecord(1, "ab", 2)); }},
+        {"WriteStrongParcelable null", [](MessageParcel& p) { return p.WriteStrongParcelable(nullptr); }},
+        {"WriteParcelable with 3 fields",
+         [](MessageParcel& p) {
+             TestRecord record(1, "ab", 2);
+             return p.WriteParcelable(&record);
+         }},
+        {"WriteInterfaceToken", [](MessageParcel& p) { return p.WriteInterfaceToken(u"Tavik.Test.IFoo"); }},
+        {"WriteRemoteObject",
+         [](MessageParcel& p) { return p.WriteRemoteObject(sptr<IRemoteObject>(new IPCObjectStub(u"x"))); }},
+    };
+}
+
+TEST_F(ParcelSeamTest, EachOperationIsOneWrite)
+{
+    for (const WriteOp& op : OneWriteOps()) {
+        MessageParcel parcel;
+        FailWritesAfter(1);
+        EXPECT_TRUE(op.write(parcel)) << "first write refused: " << op.name;
+        EXPECT_EQ(RemainingWrites(), 0) << "cost more than one write: " << op.name;
+        size_t size = parcel.GetDataSize();
+        size_t objects = parcel.GetObjectCount();
+        EXPECT_FALSE(op.write(parcel)) << "write past the budget accepted: " << op.name;
+        EXPECT_EQ(parcel.GetDataSize(), size) << "refused write left bytes: " << op.name;
+        EXPECT_EQ(parcel.GetObjectCount(), objects) << "refused write left an object: " << op.name;
+        ResetWriteFailures();
+    }
+}
+
+TEST_F(ParcelSeamTest, ZeroBudgetRefusesEveryOperation)
+{
+    for (const WriteOp& op : OneWriteOps()) {
+        MessageParcel parcel;
+        ScopedWriteFailure refuseAll(0);
+        EXPECT_FALSE(op.write(parcel)) << op.name;
+        EXPECT_EQ(parcel.GetDataSize(), 0u) << op.name;
+        EXPECT_EQ(parcel.GetObjectCount(), 0u) << op.name;
+    }
+}
+
+TEST_F(ParcelSeamTest, ExactlyNWritesSucceed)
+{
+    Parcel parcel;
+    EXPECT_EQ(RemainingWrites(), -1) << "unlimited by default";
+    FailWritesAfter(3);
+    EXPECT_EQ(RemainingWrites(), 3);
+    EXPECT_TRUE(parcel.WriteInt32(1));
+    EXPECT_TRUE(parcel.WriteString("x"));
+    EXPECT_EQ(RemainingWrites(), 1);
+    EXPECT_TRUE(parcel.WriteBool(true));
+    EXPECT_EQ(RemainingWrites(), 0);
+    EXPECT_FALSE(parcel.WriteInt32(4));
+    EXPECT_FALSE(parcel.WriteInt32(5));
+    EXPECT_EQ(RemainingWrites(), 0);
+    EXPECT_EQ(parcel.GetDataSize(), 16u);
+
+    // Reads are not writes.
+    FailWritesAfter(1);
+    EXPECT_EQ(parcel.ReadInt32(), 1);
+    EXPECT_EQ(parcel.ReadString(), "x");
+    EXPECT_EQ(RemainingWrites(), 1);
+
+    ResetWriteFailures();
+    EXPECT_EQ(RemainingWrites(), -1);
+    EXPECT_TRUE(parcel.WriteInt32(6));
+}
+
+// Called directly, a record's Marshalling is not one write: each of its
+// field writes is outermost and costs one. The fields before the refusal
+// stay in the parcel.
+TEST_F(ParcelSeamTest, DirectMarshallingCountsEachField)
+{
+    TestRecord record(7, "ab", 9);
+    for (int budget = 0; budget <= 3; ++budget) {
+        Parcel parcel;
+        FailWritesAfter(budget);
+        EXPECT_EQ(record.Marshalling(parcel), budget == 3) << "budget " << budget;
+        EXPECT_EQ(RemainingWrites(), 0) << "budget " << budget;
+        static const char* const prefixes[] = {"", "07000000",
+                                               "07000000"
+                                               "02000000"
+                                               "61620000",
+                                               "07000000"
+                                               "02000000"
+                                               "61620000"
+                                               "09000000"};
+        EXPECT_EQ(ToHex(parcel), prefixes[budget]) << "budget " << budget;
+        ResetWriteFailures();
+    }
+}
+
+TEST_F(ParcelSeamTest, ScopedWriteFailureEndsWithItsScope)
+{
+    Parcel parcel;
+    {
+        ScopedWriteFailure once(1);
+        EXPECT_TRUE(parcel.WriteInt32(1));
+        EXPECT_FALSE(parcel.WriteInt32(2));
+    }
+    EXPECT_EQ(RemainingWrites(), -1);
+    EXPECT_TRUE(parcel.WriteInt32(3));
+}
+
+TEST_F(ParcelSeamTest, BudgetIsPerThread)
+{
+    FailWritesAfter(0);
+    int otherRemaining = 0;
+    bool otherWrote = false;
+    std::thread other([&] {
+        Parcel parcel;
+        otherRemaining = RemainingWrites();
+        otherWrote = parcel.WriteInt32(1) && parcel.WriteString("s");
+        // A budget set here must not reach the test's thread either.
+        FailWritesAfter(5);
+    });
+    other.join();
+    EXPECT_EQ(otherRemaining, -1);
+    EXPECT_TRUE(otherWrote);
+    EXPECT_EQ(RemainingWrites(), 0);
+    Parcel parcel;
+    EXPECT_FALSE(parcel.WriteInt32(1));
+}
+
+}  // namespace
+}  // namespace Tavik

@@ -1,0 +1,299 @@
+// RefBase, sptr and wptr: lifetimes observed through destructor flags, and
+// weak promotion racing with the last release.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "refbase.h"
+
+namespace Tavik {
+namespace {
+
+class Flagged : public RefBase {
+public:
+    explicit Flagged(bool* destroyed = nullptr, std::vector<std::string>* events = nullptr)
+        : destroyed_(destroyed), events_(events)
+    {
+    }
+    // Copies carry the value, never the original's flags.
+    Flagged(const Flagged& other) : RefBase(other), value(other.value), destroyed_(nullptr), events_(nullptr) {}
+    Flagged& operator=(const Flagged& other)
+    {
+        RefBase::operator=(other);
+        value = other.value;
+        return *this;
+    }
+    ~Flagged() override
+    {
+        if (destroyed_ != nullptr) {
+            *destroyed_ = true;
+        }
+        Note("destroyed");
+    }
+    void OnFirstStrongRef(const void* objectId) override
+    {
+        Note("first");
+        RefBase::OnFirstStrongRef(objectId);
+    }
+    void OnLastStrongRef(const void* objectId) override
+    {
+        Note("last");
+        RefBase::OnLastStrongRef(objectId);
+    }
+
+    int value = 0;
+
+private:
+    void Note(const char* event)
+    {
+        if (events_ != nullptr) {
+            events_->push_back(event);
+        }
+    }
+    bool* destroyed_;
+    std::vector<std::string>* events_;
+};
+
+class Derived : public Flagged {
+public:
+    using Flagged::Flagged;
+};
+
+TEST(RefBaseTest, LastStrongReferenceDestroys)
+{
+    bool destroyed = false;
+    sptr<Flagged> first(new Flagged(&destroyed));
+    EXPECT_EQ(first->GetSptrRefCount(), 1);
+    {
+        sptr<Flagged> second = first;
+        EXPECT_EQ(first->GetSptrRefCount(), 2);
+        sptr<Flagged> third(std::move(second));
+        EXPECT_EQ(first->GetSptrRefCount(), 2) << "a move transfers, it does not add";
+        EXPECT_EQ(second, nullptr);
+    }
+    EXPECT_FALSE(destroyed);
+    EXPECT_EQ(first->GetSptrRefCount(), 1);
+    sptr<Flagged>& alias = first;
+    first = alias;  // self-assignment must not drop the last reference
+    EXPECT_FALSE(destroyed);
+    first = nullptr;
+    EXPECT_TRUE(destroyed);
+}
+
+TEST(RefBaseTest, HooksRunOnceAtTheTransitions)
+{
+    std::vector<std::string> events;
+    {
+        sptr<Flagged> a(new Flagged(nullptr, &events));
+        sptr<Flagged> b = a;
+        b = nullptr;
+        EXPECT_EQ(events, std::vector<std::string>{"first"});
+    }
+    EXPECT_EQ(events, (std::vector<std::string>{"first", "last", "destroyed"}));
+}
+
+TEST(RefBaseTest, ConversionsKeepOneCount)
+{
+    bool destroyed = false;
+    sptr<Derived> derived = sptr<Derived>::MakeSptr(&destroyed);
+    ASSERT_NE(derived, nullptr);
+    sptr<Flagged> base = derived;
+    EXPECT_EQ(base, derived);
+    EXPECT_EQ(derived->GetSptrRefCount(), 2);
+    sptr<RefBase> moved(std::move(base));
+    EXPECT_EQ(base, nullptr);
+    EXPECT_EQ(derived->GetSptrRefCount(), 2);
+    derived = nullptr;
+    EXPECT_FALSE(destroyed);
+    moved = nullptr;
+    EXPECT_TRUE(destroyed);
+}
+
+// A copy is a new object: it gets its own counter and the original's counts
+// are untouched, so dropping either never frees the other.
+TEST(RefBaseTest, CopiesHaveTheirOwnCounts)
+{
+    bool originalDestroyed = false;
+    sptr<Flagged> original(new Flagged(&originalDestroyed));
+    original->value = 5;
+    wptr<Flagged> weakOriginal(original);
+
+    Flagged onStack(*original);
+    EXPECT_EQ(onStack.GetSptrRefCount(), 0);
+    EXPECT_NE(onStack.GetRefCounter(), original->GetRefCounter());
+    EXPECT_EQ(onStack.value, 5);
+
+    bool heapCopyDestroyed = false;
+    sptr<Flagged> heapCopy(new Flagged(&heapCopyDestroyed));
+    int weakBefore = original->GetWptrRefCount();
+    *heapCopy = *original;
+    EXPECT_EQ(heapCopy->value, 5);
+    EXPECT_EQ(heapCopy->GetSptrRefCount(), 1) << "assignment must not copy counts";
+    EXPECT_EQ(original->GetSptrRefCount(), 1);
+    EXPECT_EQ(original->GetWptrRefCount(), weakBefore);
+    EXPECT_NE(heapCopy->GetRefCounter(), original->GetRefCounter());
+
+    sptr<Flagged> copy(new Flagged(*original));
+    EXPECT_EQ(copy->GetSptrRefCount(), 1);
+    EXPECT_EQ(original->GetSptrRefCount(), 1);
+
+    original = nullptr;
+    EXPECT_TRUE(originalDestroyed);
+    EXPECT_EQ(weakOriginal.promote(), nullptr);
+    EXPECT_EQ(copy->value, 5);
+    EXPECT_EQ(heapCopy->GetSptrRefCount(), 1);
+    heapCopy = nullptr;
+    EXPECT_TRUE(heapCopyDestroyed);
+}
+
+TEST(WptrTest, PromotionFollowsTheStrongCount)
+{
+    bool destroyed = false;
+    sptr<Flagged> strong(new Flagged(&destroyed));
+    int weakBefore = strong->GetWptrRefCount();
+    wptr<Flagged> weak(strong);
+    EXPECT_EQ(strong->GetWptrRefCount(), weakBefore + 1);
+    EXPECT_EQ(strong->GetSptrRefCount(), 1) << "a weak pointer holds no strong count";
+    {
+        sptr<Flagged> promoted = weak.promote();
+        ASSERT_EQ(promoted, strong);
+        EXPECT_EQ(strong->GetSptrRefCount(), 2);
+    }
+    EXPECT_EQ(strong->GetSptrRefCount(), 1);
+
+    wptr<Flagged> copy(weak);
+    wptr<Flagged> moved(std::move(copy));
+    wptr<Flagged> assigned;
+    assigned = moved;
+    EXPECT_EQ(strong->GetWptrRefCount(), weakBefore + 3);
+
+    strong = nullptr;
+    EXPECT_TRUE(destroyed) << "weak pointers must not keep the object";
+    // The counter outlives the object, so these touch no freed memory.
+    EXPECT_EQ(weak.promote(), nullptr);
+    EXPECT_EQ(moved.promote(), nullptr);
+    EXPECT_EQ(assigned.promote(), nullptr);
+    EXPECT_EQ(wptr<Flagged>().promote(), nullptr);
+}
+
+// An object that never had a strong reference cannot be promoted into one:
+// that would delete it when the promoted pointer goes away.
+TEST(WptrTest, NoPromotionBeforeTheFirstStrongReference)
+{
+    bool destroyed = false;
+    Flagged* raw = new Flagged(&destroyed);
+    wptr<Flagged> weak(raw);
+    EXPECT_EQ(weak.promote(), nullptr);
+    EXPECT_FALSE(destroyed);
+    sptr<Flagged> owner(raw);
+    EXPECT_EQ(weak.promote(), owner);
+    owner = nullptr;
+    EXPECT_TRUE(destroyed);
+}
+
+// Promotion racing with the release of the last strong reference: either the
+// promotion wins and the object lives until the promoted pointer goes, or it
+// loses and gets null; it never returns an object that is being destroyed,
+// and the object is destroyed exactly once.
+TEST(WptrTest, PromotionNeverRevivesUnderRace)
+{
+    struct Tracker {
+        std::atomic<int> destructions{0};
+        std::atomic<bool> dead{false};
+    };
+    class Tracked : public RefBase {
+    public:
+        explicit Tracked(Tracker* tracker) : tracker_(tracker) {}
+        ~Tracked() override
+        {
+            tracker_->dead.store(true);
+            tracker_->destructions.fetch_add(1);
+        }
+
+    private:
+        Tracker* tracker_;
+    };
+
+    // The promoters live for the whole loop (starting threads per iteration
+    // is far too slow under tsan); each round they get their own wptr copy,
+    // wait for the round to start and keep promoting while the main thread
+    // releases its reference.
+    constexpr int kIterations = 3000;
+    constexpr int kPromoters = 3;
+    std::atomic<int> round{0};
+    std::atomic<int> started{0};
+    std::atomic<int> finished{0};
+    std::atomic<bool> stop{false};
+    std::atomic<int> sawDead{0};
+    Tracker* tracker = nullptr;
+    wptr<Tracked> weaks[kPromoters];
+    std::vector<std::thread> promoters;
+    for (int t = 0; t < kPromoters; ++t) {
+        promoters.emplace_back([&, t] {
+            for (int seen = 0;;) {
+                while (round.load(std::memory_order_acquire) == seen && !stop.load()) {
+                    std::this_thread::yield();
+                }
+                if (stop.load()) {
+                    return;
+                }
+                ++seen;
+                started.fetch_add(1, std::memory_order_release);
+                // Promote until it fails, so that promotions are in flight
+                // at the moment the main thread lets go.
+                for (;;) {
+                    sptr<Tracked> p = weaks[t].promote();
+                    if (p == nullptr) {
+                        break;
+                    }
+                    if (tracker->dead.load()) {
+                        sawDead.fetch_add(1);
+                    }
+                    p = nullptr;
+                    // Let the releasing thread run on a busy machine.
+                    std::this_thread::yield();
+                }
+                finished.fetch_add(1, std::memory_order_release);
+            }
+        });
+    }
+    int revived = 0;
+    int doubleDestroyed = 0;
+    for (int i = 0; i < kIterations; ++i) {
+        Tracker roundTracker;
+        tracker = &roundTracker;
+        sptr<Tracked> strong(new Tracked(&roundTracker));
+        for (wptr<Tracked>& weak : weaks) {
+            weak = strong;
+        }
+        sawDead.store(0);
+        started.store(0);
+        finished.store(0);
+        round.fetch_add(1, std::memory_order_release);
+        while (started.load(std::memory_order_acquire) != kPromoters) {
+            std::this_thread::yield();
+        }
+        strong = nullptr;
+        while (finished.load(std::memory_order_acquire) != kPromoters) {
+            std::this_thread::yield();
+        }
+        EXPECT_EQ(weaks[0].promote(), nullptr);
+        revived += sawDead.load() != 0 ? 1 : 0;
+        doubleDestroyed += roundTracker.destructions.load() != 1 ? 1 : 0;
+        for (wptr<Tracked>& weak : weaks) {
+            weak = wptr<Tracked>();
+        }
+    }
+    stop.store(true);
+    for (std::thread& t : promoters) {
+        t.join();
+    }
+    EXPECT_EQ(revived, 0) << "iterations in which a promotion returned a destroyed object";
+    EXPECT_EQ(doubleDestroyed, 0) << "iterations in which the object was not destroyed exactly once";
+}
+
+}  // namespace
+}  // namespace Tavik

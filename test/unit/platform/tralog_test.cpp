@@ -1,0 +1,382 @@
+// The platform log: privacy decorations, the threshold, sinks, LogCapture,
+// level names and the TAVIK_LOG_LEVEL variable.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tralog.h"
+
+extern char** environ;
+
+namespace Tavik {
+namespace {
+
+constexpr uint32_t kDomain = 0xD0046FF;
+constexpr const char* kTag = "TavikTest";
+constexpr const char* kProbeEnv = "TAVIK_TEST_LOG_LEVEL_PROBE";
+
+// When this binary is re-executed as a probe, it prints the threshold that
+// the environment chose and exits before any test runs (see LogLevelEnvTest).
+[[maybe_unused]] const bool g_isProbe = [] {
+    if (std::getenv(kProbeEnv) == nullptr) {
+        return false;
+    }
+    std::printf("%d\n", static_cast<int>(GetLogLevel()));
+    std::fflush(stdout);
+    std::_Exit(0);
+}();
+
+// Restores the process-wide log state that a test changes.
+class TralogTest : public testing::Test {
+protected:
+    void SetUp() override { savedLevel_ = GetLogLevel(); }
+    void TearDown() override
+    {
+        ResetLogSink();
+        SetLogLevel(savedLevel_);
+        SetStderrTimestamps(false);
+    }
+
+private:
+    LogLevel savedLevel_ = LOG_WARN;
+};
+
+struct FormatCase {
+    const char* name;
+    std::function<void()> print;
+    std::string expected;
+};
+
+#define LOG_LINE(...) TralogPrint(LOG_CORE, LOG_INFO, kDomain, kTag, __VA_ARGS__)
+
+const std::vector<FormatCase>& FormatCases()
+{
+    static const std::vector<FormatCase> cases = {
+        {"plain text", [] { LOG_LINE("no conversions at all"); }, "no conversions at all"},
+        {"public string", [] { LOG_LINE("name=%{public}s.", "abc"); }, "name=abc."},
+        {"public empty string", [] { LOG_LINE("[%{public}s]", ""); }, "[]"},
+        {"public int", [] { LOG_LINE("%{public}d", -2147483647 - 1); }, "-2147483648"},
+        {"public unsigned", [] { LOG_LINE("%{public}u", 4000000000u); }, "4000000000"},
+        {"public unsigned long", [] { LOG_LINE("%{public}lu", 18446744073709551615ul); }, "18446744073709551615"},
+        {"public size_t", [] { LOG_LINE("n=%{public}zu", size_t{1024}); }, "n=1024"},
+        {"private string", [] { LOG_LINE("pw=%{private}s", "secret"); }, "pw=<private>"},
+        {"private int", [] { LOG_LINE("%{private}d", 42); }, "<private>"},
+        {"undecorated string is private", [] { LOG_LINE("id=%s", "secret"); }, "id=<private>"},
+        {"undecorated int is private", [] { LOG_LINE("%d|%u", 1, 2u); }, "<private>|<private>"},
+        {"percent sign", [] { LOG_LINE("100%% of %{public}d", 3); }, "100% of 3"},
+        // Private arguments are still consumed, so the public ones after them line up.
+        {"private then public", [] { LOG_LINE("%{private}s %{public}d %s %{public}s", "x", 7, "y", "z"); },
+         "<private> 7 <private> z"},
+        {"mixed widths", [] { LOG_LINE("%{public}zu %{private}lu %{public}lu", size_t{1}, 2ul, 3ul); },
+         "1 <private> 3"},
+        {"width and precision", [] { LOG_LINE("%{public}5d|%{public}.2s|%{public}-3u|", 7, "abc", 1u); },
+         "    7|ab|1  |"},
+        {"hex and char", [] { LOG_LINE("%{public}x %{public}c", 255, 'A'); }, "ff A"},
+        {"long public string", [] { LOG_LINE("<%{public}s>", std::string(5000, 'q').c_str()); },
+         "<" + std::string(5000, 'q') + ">"},
+        {"the library's prefix",
+         [] {
+             LOG_LINE("[%{public}s:%{public}d]%{public}s# create:device = %{public}s", "ability_filter", 58,
+                      "DeviceInfo", "abc****xyz");
+         },
+         "[ability_filter:58]DeviceInfo# create:device = abc****xyz"},
+    };
+    return cases;
+}
+
+TEST_F(TralogTest, FormatsWithPrivacy)
+{
+    for (const FormatCase& c : FormatCases()) {
+        LogCapture capture;
+        c.print();
+        std::vector<LogRecord> records = capture.Records();
+        ASSERT_EQ(records.size(), 1u) << c.name;
+        EXPECT_EQ(records[0].message, c.expected) << c.name;
+        EXPECT_EQ(records[0].type, LOG_CORE) << c.name;
+        EXPECT_EQ(records[0].level, LOG_INFO) << c.name;
+        EXPECT_EQ(records[0].domain, kDomain) << c.name;
+        EXPECT_EQ(records[0].tag, kTag) << c.name;
+    }
+}
+
+TEST_F(TralogTest, ThresholdDropsLinesBeforeTheSink)
+{
+    std::vector<LogRecord> seen;
+    SetLogSink([&seen](const LogRecord& r) { seen.push_back(r); });
+    SetLogLevel(LOG_ERROR);
+    EXPECT_EQ(GetLogLevel(), LOG_ERROR);
+    const LogLevel levels[] = {LOG_DEBUG, LOG_INFO, LOG_WARN, LOG_ERROR, LOG_FATAL};
+    for (LogLevel level : levels) {
+        EXPECT_EQ(IsLogLevelEnabled(level), level >= LOG_ERROR) << LogLevelToString(level);
+        TralogPrint(LOG_APP, level, kDomain, kTag, "%{public}s %{private}s", LogLevelToString(level), "secret");
+    }
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0].level, LOG_ERROR);
+    EXPECT_EQ(seen[0].type, LOG_APP);
+    EXPECT_EQ(seen[0].message, std::string(LogLevelToString(LOG_ERROR)) + " <private>");
+    EXPECT_EQ(seen[1].level, LOG_FATAL);
+
+    seen.clear();
+    SetLogLevel(LOG_DEBUG);
+    TralogPrint(LOG_CORE, LOG_DEBUG, kDomain, kTag, "now visible");
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_EQ(seen[0].message, "now visible");
+}
+
+TEST_F(TralogTest, SinkReplacementAndReset)
+{
+    std::vector<std::string> first;
+    std::vector<std::string> second;
+    SetLogLevel(LOG_WARN);
+    SetLogSink([&first](const LogRecord& r) { first.push_back(r.message); });
+    TralogPrint(LOG_CORE, LOG_WARN, kDomain, kTag, "one");
+    SetLogSink([&second](const LogRecord& r) { second.push_back(r.message); });
+    TralogPrint(LOG_CORE, LOG_WARN, kDomain, kTag, "two");
+    SetLogSink(LogSink());  // back to standard error
+    TralogPrint(LOG_CORE, LOG_DEBUG, kDomain, kTag, "three, below the threshold");
+    EXPECT_EQ(first, std::vector<std::string>{"one"});
+    EXPECT_EQ(second, std::vector<std::string>{"two"});
+}
+
+// LogCapture puts back whatever sink and level were there before it,
+// including another capture's.
+TEST_F(TralogTest, LogCaptureRestoresPreviousState)
+{
+    std::vector<std::string> mine;
+    SetLogSink([&mine](const LogRecord& r) { mine.push_back(r.message); });
+    SetLogLevel(LOG_ERROR);
+    {
+        LogCapture outer;
+        EXPECT_EQ(GetLogLevel(), LOG_DEBUG);
+        TralogPrint(LOG_CORE, LOG_DEBUG, kDomain, kTag, "outer line");
+        {
+            LogCapture inner;
+            TralogPrint(LOG_CORE, LOG_INFO, kDomain, kTag, "inner line");
+            EXPECT_EQ(inner.Messages(), std::vector<std::string>{"inner line"});
+        }
+        EXPECT_EQ(GetLogLevel(), LOG_DEBUG) << "the inner capture restores the outer's level";
+        TralogPrint(LOG_CORE, LOG_INFO, kDomain, kTag, "outer again");
+        EXPECT_EQ(outer.Messages(), (std::vector<std::string>{"outer line", "outer again"}))
+            << "the inner capture must hand the sink back to the outer one";
+    }
+    EXPECT_EQ(GetLogLevel(), LOG_ERROR);
+    EXPECT_TRUE(mine.empty());
+    TralogPrint(LOG_CORE, LOG_WARN, kDomain, kTag, "below");
+    TralogPrint(LOG_CORE, LOG_ERROR, kDomain, kTag, "back to mine");
+    EXPECT_EQ(mine, std::vector<std::string>{"back to mine"});
+}
+
+TEST_F(TralogTest, LogCaptureQueries)
+{
+    LogCapture capture;
+    TralogPrint(LOG_CORE, LOG_INFO, kDomain, kTag, "alpha %{public}d", 1);
+    TralogPrint(LOG_APP, LOG_ERROR, 0x1234, "other", "beta");
+    TralogPrint(LOG_CORE, LOG_WARN, kDomain, kTag, "alpha %{public}d", 2);
+    EXPECT_EQ(capture.Messages(), (std::vector<std::string>{"alpha 1", "beta", "alpha 2"}));
+    EXPECT_EQ(capture.Count("alpha"), 2u);
+    EXPECT_EQ(capture.Count("beta"), 1u);
+    EXPECT_EQ(capture.Count("gamma"), 0u);
+    std::vector<LogRecord> records = capture.Records();
+    ASSERT_EQ(records.size(), 3u);
+    EXPECT_EQ(records[1].type, LOG_APP);
+    EXPECT_EQ(records[1].level, LOG_ERROR);
+    EXPECT_EQ(records[1].domain, 0x1234u);
+    EXPECT_EQ(records[1].tag, "other");
+    capture.Clear();
+    EXPECT_TRUE(capture.Records().empty());
+    TralogPrint(LOG_CORE, LOG_INFO, kDomain, kTag, "after clear");
+    EXPECT_EQ(capture.Count("after clear"), 1u);
+}
+
+TEST_F(TralogTest, LinesFromManyThreadsArriveWhole)
+{
+    constexpr int kThreads = 4;
+    constexpr int kLines = 250;
+    LogCapture capture;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([t] {
+            for (int i = 0; i < kLines; ++i) {
+                TralogPrint(LOG_CORE, LOG_INFO, kDomain, kTag, "thread %{public}d line %{public}d", t, i);
+            }
+        });
+    }
+    for (std::thread& t : threads) {
+        t.join();
+    }
+    std::vector<std::string> messages = capture.Messages();
+    ASSERT_EQ(messages.size(), size_t{kThreads * kLines});
+    for (int t = 0; t < kThreads; ++t) {
+        EXPECT_EQ(capture.Count("thread " + std::to_string(t) + " line "), size_t{kLines}) << t;
+    }
+}
+
+// Runs fn with standard error sent to a file; returns what was written.
+std::string CaptureStderr(const std::function<void()>& fn)
+{
+    char path[] = "/tmp/tralog_stderr_XXXXXX";
+    int fd = mkstemp(path);
+    if (fd < 0) {
+        return "<mkstemp failed>";
+    }
+    std::fflush(stderr);
+    int saved = dup(STDERR_FILENO);
+    dup2(fd, STDERR_FILENO);
+    fn();
+    std::fflush(stderr);
+    dup2(saved, STDERR_FILENO);
+    close(saved);
+    std::string out;
+    char buf[512];
+    lseek(fd, 0, SEEK_SET);
+    ssize_t n;
+    while ((n = read(fd, buf, sizeof(buf))) > 0) {
+        out.append(buf, static_cast<size_t>(n));
+    }
+    close(fd);
+    unlink(path);
+    return out;
+}
+
+TEST_F(TralogTest, StderrSink)
+{
+    LogRecord record{LOG_CORE, LOG_ERROR, kDomain, kTag, "it broke"};
+    SetStderrTimestamps(false);
+    std::string plain = CaptureStderr([&] { WriteToStderr(record); });
+    EXPECT_EQ(plain.rfind("ERROR ", 0), 0u) << plain;
+    EXPECT_NE(plain.find("/TavikTest: it broke\n"), std::string::npos) << plain;
+
+    SetStderrTimestamps(true);
+    std::string stamped = CaptureStderr([&] { WriteToStderr(record); });
+    ASSERT_FALSE(stamped.empty());
+    EXPECT_TRUE(stamped[0] >= '0' && stamped[0] <= '9') << "a timestamp comes first: " << stamped;
+    EXPECT_NE(stamped.find("ERROR "), std::string::npos) << stamped;
+    SetStderrTimestamps(false);
+
+    // The default sink is this one.
+    ResetLogSink();
+    SetLogLevel(LOG_WARN);
+    std::string viaPrint = CaptureStderr([] {
+        TralogPrint(LOG_CORE, LOG_WARN, kDomain, kTag, "careful %{public}s %s", "now", "hidden");
+        TralogPrint(LOG_CORE, LOG_INFO, kDomain, kTag, "not shown");
+    });
+    EXPECT_EQ(viaPrint.rfind("WARN ", 0), 0u) << viaPrint;
+    EXPECT_NE(viaPrint.find("/TavikTest: careful now <private>\n"), std::string::npos) << viaPrint;
+    EXPECT_EQ(viaPrint.find("not shown"), std::string::npos) << viaPrint;
+}
+
+TEST(LogLevelTest, ParseLogLevel)
+{
+    struct Case {
+        const char* text;
+        bool ok;
+        LogLevel level;
+    };
+    const Case cases[] = {
+        {"DEBUG", true, LOG_DEBUG}, {"debug", true, LOG_DEBUG},   {"Info", true, LOG_INFO},
+        {"WARN", true, LOG_WARN},   {"error", true, LOG_ERROR},   {"FATAL", true, LOG_FATAL},
+        {"3", true, LOG_DEBUG},     {"4", true, LOG_INFO},        {"5", true, LOG_WARN},
+        {"6", true, LOG_ERROR},     {"7", true, LOG_FATAL},       {"", false, LOG_WARN},
+        {"2", false, LOG_WARN},     {"8", false, LOG_WARN},       {"-5", false, LOG_WARN},
+        {"WARN5", false, LOG_WARN}, {"5x", false, LOG_WARN},      {" 5", false, LOG_WARN},
+        {"INFO ", false, LOG_WARN}, {"verbose", false, LOG_WARN}, {"35", false, LOG_WARN},
+    };
+    for (const Case& c : cases) {
+        LogLevel level = LOG_FATAL;
+        EXPECT_EQ(ParseLogLevel(c.text, level), c.ok) << '"' << c.text << '"';
+        if (c.ok) {
+            EXPECT_EQ(level, c.level) << '"' << c.text << '"';
+        }
+    }
+}
+
+TEST(LogLevelTest, NamesParseBack)
+{
+    for (LogLevel level : {LOG_DEBUG, LOG_INFO, LOG_WARN, LOG_ERROR, LOG_FATAL}) {
+        LogLevel parsed = LOG_DEBUG;
+        ASSERT_NE(LogLevelToString(level), nullptr);
+        EXPECT_TRUE(ParseLogLevel(LogLevelToString(level), parsed)) << LogLevelToString(level);
+        EXPECT_EQ(parsed, level) << LogLevelToString(level);
+    }
+    EXPECT_STREQ(LogLevelToString(LOG_WARN), "WARN");
+    EXPECT_STREQ(LogLevelToString(LOG_ERROR), "ERROR");
+}
+
+// Re-executes this binary with the given TAVIK_LOG_LEVEL (null: unset) so the
+// variable is read at the first use of a fresh process; returns the threshold
+// the probe printed, or -1.
+int ProbeLevel(const char* value)
+{
+    std::vector<std::string> env;
+    for (char** e = environ; *e != nullptr; ++e) {
+        if (std::strncmp(*e, "TAVIK_LOG_LEVEL=", 16) != 0) {
+            env.emplace_back(*e);
+        }
+    }
+    env.push_back(std::string(kProbeEnv) + "=1");
+    if (value != nullptr) {
+        env.push_back(std::string("TAVIK_LOG_LEVEL=") + value);
+    }
+    std::vector<char*> envp;
+    for (std::string& s : env) {
+        envp.push_back(s.data());
+    }
+    envp.push_back(nullptr);
+    char exe[] = "/proc/self/exe";
+    char* argv[] = {exe, nullptr};
+
+    int fds[2];
+    if (pipe(fds) != 0) {
+        return -1;
+    }
+    pid_t pid = fork();
+    if (pid == 0) {
+        dup2(fds[1], STDOUT_FILENO);
+        close(fds[0]);
+        close(fds[1]);
+        execve(exe, argv, envp.data());
+        _exit(127);
+    }
+    close(fds[1]);
+    std::string out;
+    char buf[64];
+    ssize_t n;
+    while ((n = read(fds[0], buf, sizeof(buf))) > 0) {
+        out.append(buf, static_cast<size_t>(n));
+    }
+    close(fds[0]);
+    int status = 0;
+    if (pid < 0 || waitpid(pid, &status, 0) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        return -1;
+    }
+    return std::atoi(out.c_str());
+}
+
+TEST(LogLevelEnvTest, ThresholdComesFromTheEnvironment)
+{
+    struct Case {
+        const char* value;
+        LogLevel expected;
+    };
+    const Case cases[] = {
+        {nullptr, LOG_WARN}, {"ERROR", LOG_ERROR}, {"debug", LOG_DEBUG},
+        {"7", LOG_FATAL},    {"bogus", LOG_WARN},  {"", LOG_WARN},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(ProbeLevel(c.value), static_cast<int>(c.expected))
+            << "TAVIK_LOG_LEVEL=" << (c.value != nullptr ? c.value : "(unset)");
+    }
+}
+
+}  // namespace
+}  // namespace Tavik
