@@ -303,7 +303,10 @@ const uint8_t* Parcel::ReadRaw(size_t size)
     if (size > readable) {
         return nullptr;
     }
-    const uint8_t* result = data_.data() + readPos_;
+    // An empty parcel may have no storage at all, yet a zero-byte read of it
+    // succeeds and must not look like a failure.
+    static const uint8_t noBytes = 0;
+    const uint8_t* result = data_.empty() ? &noBytes : data_.data() + readPos_;
     size_t padded = PadSize(size);
     // The last item of a parcel may come without its padding.
     readPos_ += padded <= readable ? padded : readable;
