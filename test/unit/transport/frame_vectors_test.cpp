@@ -83,7 +83,7 @@ const FrameVector FRAME_VECTORS[] = {
     {"header cut after 10 bytes", "04000000 5456 01 01 01000000 EOF", "closed"},
     {"body cut after 2 of 8 bytes",
      "08000000 5456 01 01 0100000000000000 00000000 01000000 00000000 0000 0000 0700 EOF", "closed"},
-    {"served frame, then a cut one", ECHO_1 "0800 EOF", "reply 1 0 07000000; closed"},
+    {"served frame, then a cut one", ECHO_1 "WAIT 0800 EOF", "reply 1 0 07000000; closed"},
 
     // --- header fields ---
     {"bad magic", "04000000 5457 01 01 0100000000000000 00000000 01000000 00000000 0000 0000 07000000", "closed"},
