@@ -233,8 +233,15 @@ HelperProcess::~HelperProcess()
 
 void HelperProcess::Signal(int signal)
 {
-    if (pid_ > 0) {
-        kill(pid_, signal);
+    if (pid_ <= 0) {
+        return;
+    }
+    kill(pid_, signal);
+    if (signal == SIGSTOP) {
+        // kill() returns before the helper has actually stopped; a request
+        // sent in between would still be answered.
+        int status = 0;
+        waitpid(pid_, &status, WUNTRACED);
     }
 }
 
