@@ -139,12 +139,24 @@ private:
 // steps. Playing the result sends the same events to the same listeners.
 class ScenarioRecorder {
 public:
+    // One record of a service-changed event.
+    struct ServiceDevice {
+        std::string udid;
+        std::vector<std::string> rules;
+        std::string hashId;
+        std::string brMac;
+        std::string extraInfo;
+    };
+
     explicit ScenarioRecorder(World start);
 
     // kind: "online", "offline" or "ready".
     void OnDevice(uint64_t atMs, const std::string& kind, const std::string& udid, const std::string& networkId,
                   const std::string& name, uint32_t type);
-    void OnServices(uint64_t atMs, int32_t event, const std::vector<std::string>& udids);
+    // A device the recording added takes its services (and the record's
+    // other fields) from the first such event about it, so that service
+    // filters match it on playback; a rule list stands in for the services.
+    void OnServices(uint64_t atMs, int32_t event, const std::vector<ServiceDevice>& devices);
     void OnDeliver(uint64_t atMs, int32_t code, const std::string& info);
     void OnDialogReply(uint64_t atMs, const std::string& reply);
 
@@ -152,6 +164,7 @@ public:
 
 private:
     Device* Find(const std::string& udid);
+    void Enrich(const ServiceDevice& observed);
     void Add(ScenarioStep step);
 
     World start_;

@@ -725,8 +725,25 @@ void ScenarioRecorder::OnDevice(uint64_t atMs, const std::string& kind, const st
     Add(std::move(step));
 }
 
-void ScenarioRecorder::OnServices(uint64_t atMs, int32_t event, const std::vector<std::string>& udids)
+void ScenarioRecorder::Enrich(const ServiceDevice& observed)
 {
+    for (ScenarioStep& step : steps_) {
+        if (step.action == StepAction::ADD && step.newDevice.udid == observed.udid && step.newDevice.services.empty()) {
+            step.newDevice.services = observed.rules;
+            step.newDevice.hashId = observed.hashId;
+            step.newDevice.brMac = observed.brMac;
+            step.newDevice.extraInfo = observed.extraInfo;
+        }
+    }
+}
+
+void ScenarioRecorder::OnServices(uint64_t atMs, int32_t event, const std::vector<ServiceDevice>& devices)
+{
+    std::vector<std::string> udids;
+    for (const ServiceDevice& observed : devices) {
+        Enrich(observed);
+        udids.push_back(observed.udid);
+    }
     ScenarioStep step;
     step.atMs = atMs;
     bool stateEvent = event == static_cast<int32_t>(ServiceChangeEvent::DEVICE_ONLINE) ||
