@@ -170,6 +170,9 @@ private:
     World start_;
     World now_;
     std::vector<ScenarioStep> steps_;
+    // Since the last step, only device events of its own device arrived:
+    // a "ready" now belongs to the same change (offline or new to ready).
+    bool sameChange_ = false;
 };
 
 }  // namespace Sim

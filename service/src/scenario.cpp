@@ -686,6 +686,7 @@ void ScenarioRecorder::Add(ScenarioStep step)
         step.atMs = steps_.back().atMs;
     }
     steps_.push_back(std::move(step));
+    sameChange_ = true;
 }
 
 void ScenarioRecorder::OnDevice(uint64_t atMs, const std::string& kind, const std::string& udid,
@@ -694,6 +695,9 @@ void ScenarioRecorder::OnDevice(uint64_t atMs, const std::string& kind, const st
     DeviceState state = DeviceState::OFFLINE;
     if (!ParseDeviceState(kind, state)) {
         return;
+    }
+    if (!steps_.empty() && steps_.back().device != udid && steps_.back().newDevice.udid != udid) {
+        sameChange_ = false;
     }
     ScenarioStep step;
     step.atMs = atMs;
@@ -718,6 +722,20 @@ void ScenarioRecorder::OnDevice(uint64_t atMs, const std::string& kind, const st
     if (device->state == state) {
         return;
     }
+    ScenarioStep* last = steps_.empty() ? nullptr : &steps_.back();
+    if (state == DeviceState::READY && sameChange_ && last != nullptr &&
+        ((last->action == StepAction::ONLINE && last->device == udid) ||
+         (last->action == StepAction::ADD && last->newDevice.udid == udid))) {
+        // Offline (or absent) to ready sends online, then ready, before any
+        // other callback: one change, not two.
+        device->state = state;
+        if (last->action == StepAction::ADD) {
+            last->newDevice.state = state;
+        } else {
+            last->action = StepAction::READY;
+        }
+        return;
+    }
     device->state = state;
     step.action = state == DeviceState::ONLINE ? StepAction::ONLINE
                                                 : (state == DeviceState::READY ? StepAction::READY : StepAction::OFFLINE);
@@ -739,6 +757,7 @@ void ScenarioRecorder::Enrich(const ServiceDevice& observed)
 
 void ScenarioRecorder::OnServices(uint64_t atMs, int32_t event, const std::vector<ServiceDevice>& devices)
 {
+    sameChange_ = false;
     std::vector<std::string> udids;
     for (const ServiceDevice& observed : devices) {
         Enrich(observed);
@@ -773,6 +792,7 @@ void ScenarioRecorder::OnServices(uint64_t atMs, int32_t event, const std::vecto
 
 void ScenarioRecorder::OnDeliver(uint64_t atMs, int32_t code, const std::string& info)
 {
+    sameChange_ = false;
     ScenarioStep step;
     step.atMs = atMs;
     step.action = StepAction::DELIVER;
@@ -783,6 +803,7 @@ void ScenarioRecorder::OnDeliver(uint64_t atMs, int32_t code, const std::string&
 
 void ScenarioRecorder::OnDialogReply(uint64_t atMs, const std::string& reply)
 {
+    sameChange_ = false;
     ScenarioStep step;
     step.atMs = atMs;
     step.action = StepAction::DIALOG_REPLY;
