@@ -87,6 +87,9 @@ std::string ScenarioToJson(const Scenario& scenario, int indent = 2);
 struct PlayOptions {
     // Time scale: 2 plays twice as fast. Must be positive.
     double speed = 1.0;
+    // When non-zero, no "until" waits longer than this: a STEP request must
+    // answer before its client gives up on it (the transport waits 8 s).
+    uint32_t maxConditionWaitMs = 0;
 };
 
 // Plays a scenario's steps through control requests to `service` (in
@@ -103,7 +106,8 @@ public:
 
     // Replaces the service's world with the scenario's (no events).
     ControlResult LoadWorld();
-    // The next step; SIM_ERR_NO_SCENARIO once every step has run.
+    // The next step; SIM_ERR_NO_SCENARIO once every step has run. A step
+    // whose condition timed out stays next, to be tried again.
     ControlResult Step();
     // Every remaining step on its schedule; stops at the first failure,
     // whose result it returns, or when Stop() is called.

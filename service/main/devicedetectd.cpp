@@ -26,6 +26,8 @@ using namespace Tavik::Syntavo;
 
 constexpr int EXIT_USAGE = 2;
 constexpr int EXIT_PUBLISH_FAILED = 1;
+// A STEP request answers within this, whatever its step's "until" says.
+constexpr uint32_t STEP_CONDITION_WAIT_MS = 5000;
 
 size_t CountOnline(const Sim::World& world)
 {
@@ -153,7 +155,8 @@ int main(int argc, char** argv)
     std::unique_ptr<Sim::ScenarioPlayer> player;
     std::thread playing;
     if (!scenarioFile.empty()) {
-        player = std::make_unique<Sim::ScenarioPlayer>(scenario, service.Object(), Sim::PlayOptions{speed});
+        Sim::PlayOptions options{speed, stepMode ? STEP_CONDITION_WAIT_MS : 0};
+        player = std::make_unique<Sim::ScenarioPlayer>(scenario, service.Object(), options);
         StartScenario(*player, *service.GetSimulator(), scenarioFile, stepMode, playing);
     }
 

@@ -552,7 +552,11 @@ ControlResult ScenarioPlayer::WaitFor(const StepCondition& condition, size_t ind
     if (condition.kind == StepCondition::Kind::NONE) {
         return result;
     }
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(condition.timeoutMs);
+    uint32_t waitMs = condition.timeoutMs;
+    if (options_.maxConditionWaitMs != 0 && options_.maxConditionWaitMs < waitMs) {
+        waitMs = options_.maxConditionWaitMs;
+    }
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(waitMs);
     while (true) {
         ControlResult registrations = client_.GetRegistrations();
         if (registrations.status != SIM_OK) {
@@ -566,7 +570,7 @@ ControlResult ScenarioPlayer::WaitFor(const StepCondition& condition, size_t ind
             !SleepUntil(std::min(deadline, now + std::chrono::milliseconds(CONDITION_POLL_MS)))) {
             result.status = SIM_ERR_CONDITION_TIMEOUT;
             result.detail = "steps[" + std::to_string(index) + "].until did not hold within " +
-                            std::to_string(condition.timeoutMs) + " ms";
+                            std::to_string(waitMs) + " ms; the step stays next";
             return result;
         }
     }
@@ -583,8 +587,6 @@ ControlResult ScenarioPlayer::Step()
     ControlResult result = WaitFor(step.until, index);
     if (result.status == SIM_OK) {
         result = RunLocked(step);
-    }
-    {
         std::lock_guard<std::mutex> lock(mutex_);
         ++next_;
     }

@@ -174,14 +174,15 @@ TEST(ScenarioPlaybackTest, StepWaitsForItsConditionAndFailsWhenItNeverHolds)
     ControlResult result = player.Step();
     EXPECT_EQ(result.status, SIM_ERR_CONDITION_TIMEOUT);
     EXPECT_NE(result.detail.find("steps[0].until"), std::string::npos) << result.detail;
+    EXPECT_EQ(player.NextIndex(), 0u) << "the step stays next, to be tried once the condition holds";
     Device car;
     ASSERT_TRUE(service.GetSimulator()->FindDevice("udid-car-0001", car));
     EXPECT_EQ(car.state, DeviceState::OFFLINE);
 
-    ScenarioPlayer again(scenario, service.Object());
     service.GetSimulator()->AddServiceFilterListener(
         sptr<ServiceFilter>::MakeSptr("navigation", std::vector<std::string>{}), "", callback);
-    EXPECT_EQ(again.Step().status, SIM_OK);
+    EXPECT_EQ(player.Step().status, SIM_OK);
+    EXPECT_EQ(player.NextIndex(), 1u);
     ASSERT_TRUE(service.GetSimulator()->FindDevice("udid-car-0001", car));
     EXPECT_EQ(car.state, DeviceState::ONLINE);
 }
@@ -197,11 +198,10 @@ TEST(ScenarioPlaybackTest, ListenerCountAndBundleConditions)
     ScenarioPlayer player(scenario, service.Object());
     EXPECT_EQ(player.Step().status, SIM_ERR_CONDITION_TIMEOUT);
 
-    ScenarioPlayer again(scenario, service.Object());
     service.GetSimulator()->AddAbilityListener(sptr<AbilityFilter>::MakeSptr("com.tavik.maps"), "", callback);
-    EXPECT_EQ(again.Step().status, SIM_OK);
-    EXPECT_EQ(again.Step().status, SIM_OK);
-    EXPECT_EQ(again.Step().status, SIM_ERR_NO_SCENARIO);
+    EXPECT_EQ(player.Step().status, SIM_OK);
+    EXPECT_EQ(player.Step().status, SIM_OK);
+    EXPECT_EQ(player.Step().status, SIM_ERR_NO_SCENARIO);
 }
 
 TEST(ScenarioPlaybackTest, StepControlRequestAdvancesTheScenario)
@@ -228,6 +228,19 @@ TEST(ScenarioPlaybackTest, StepControlRequestAdvancesTheScenario)
     EXPECT_FALSE(service.GetSimulator()->FindDevice("udid-car-0001", car));
     EXPECT_EQ(control.Step().status, SIM_ERR_NO_SCENARIO);
     service.GetSimulator()->SetStepHandler(nullptr);
+}
+
+TEST(ScenarioPlaybackTest, MaxConditionWaitCapsTheStepsOwnTimeout)
+{
+    Scenario scenario = Parse(R"({"steps": [
+        {"action": "online", "device": "udid-car-0001", "until": {"listeners": 1, "timeoutMs": 3600000}}]})");
+    EmbeddedService service(scenario.world);
+    PlayOptions options;
+    options.maxConditionWaitMs = 1;
+    ScenarioPlayer player(scenario, service.Object(), options);
+    ControlResult result = player.Step();
+    EXPECT_EQ(result.status, SIM_ERR_CONDITION_TIMEOUT);
+    EXPECT_NE(result.detail.find("within 1 ms"), std::string::npos) << result.detail;
 }
 
 TEST(ScenarioPlaybackTest, PlayRunsEveryStepInOrderAndLoadsTheWorld)
