@@ -59,7 +59,8 @@ protected:
         proxy_ = DeviceDetectProxy::GetInstance();
         ASSERT_NE(proxy_, nullptr);
         dashboard_ = sptr<CarDashboard>::MakeSptr(log_);
-        auto registered = proxy_->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr(""), "dashboard", dashboard_);
+        auto registered =
+            proxy_->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr(""), "dashboard", dashboard_);
         ASSERT_EQ(registered.first, 0);
         listenerId_ = registered.second;
     }

@@ -475,8 +475,8 @@ bool ParseScenario(const std::string& text, Scenario& scenario, std::string& err
             return false;
         }
         if (step.atMs < previous) {
-            error = "steps[" + std::to_string(i) + "].at: earlier than the step before (" + std::to_string(previous) +
-                    ")";
+            error =
+                "steps[" + std::to_string(i) + "].at: earlier than the step before (" + std::to_string(previous) + ")";
             return false;
         }
         previous = step.atMs;
@@ -566,11 +566,10 @@ ControlResult ScenarioPlayer::WaitFor(const StepCondition& condition, size_t ind
             return result;
         }
         auto now = std::chrono::steady_clock::now();
-        if (now >= deadline ||
-            !SleepUntil(std::min(deadline, now + std::chrono::milliseconds(CONDITION_POLL_MS)))) {
+        if (now >= deadline || !SleepUntil(std::min(deadline, now + std::chrono::milliseconds(CONDITION_POLL_MS)))) {
             result.status = SIM_ERR_CONDITION_TIMEOUT;
-            result.detail = "steps[" + std::to_string(index) + "].until did not hold within " +
-                            std::to_string(waitMs) + " ms; the step stays next";
+            result.detail = "steps[" + std::to_string(index) + "].until did not hold within " + std::to_string(waitMs) +
+                            " ms; the step stays next";
             return result;
         }
     }
@@ -739,8 +738,9 @@ void ScenarioRecorder::OnDevice(uint64_t atMs, const std::string& kind, const st
         return;
     }
     device->state = state;
-    step.action = state == DeviceState::ONLINE ? StepAction::ONLINE
-                                                : (state == DeviceState::READY ? StepAction::READY : StepAction::OFFLINE);
+    step.action = state == DeviceState::ONLINE
+                      ? StepAction::ONLINE
+                      : (state == DeviceState::READY ? StepAction::READY : StepAction::OFFLINE);
     step.device = udid;
     Add(std::move(step));
 }

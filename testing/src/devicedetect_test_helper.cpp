@@ -197,8 +197,7 @@ bool DeviceDetectTestHelper::AddDevice(const std::string& deviceJson)
 
 bool DeviceDetectTestHelper::RemoveDevice(const std::string& device)
 {
-    return Control(
-        [&](std::string& detail) { return state_->service->GetSimulator()->RemoveDevice(device, detail); });
+    return Control([&](std::string& detail) { return state_->service->GetSimulator()->RemoveDevice(device, detail); });
 }
 
 bool DeviceDetectTestHelper::WaitForListeners(size_t count, std::chrono::milliseconds timeout)
@@ -215,8 +214,8 @@ bool DeviceDetectTestHelper::WaitForListeners(size_t count, std::chrono::millise
         },
         timeout);
     if (!held) {
-        lastError_ = "fewer than " + std::to_string(count) + " listeners after " + std::to_string(timeout.count()) +
-                     " ms";
+        lastError_ =
+            "fewer than " + std::to_string(count) + " listeners after " + std::to_string(timeout.count()) + " ms";
     }
     return held;
 }

@@ -70,10 +70,8 @@ int RunPlay(const Context& ctx, const PlayCommandOptions& options)
         }
         return EXIT_OK;
     }
-    Sim::ControlResult last =
-        player.Play([&ctx](size_t, const Sim::ScenarioStep&, const Sim::ControlResult& result) {
-            PrintStep(ctx, result);
-        });
+    Sim::ControlResult last = player.Play(
+        [&ctx](size_t, const Sim::ScenarioStep&, const Sim::ControlResult& result) { PrintStep(ctx, result); });
     if (last.status != Sim::SIM_OK) {
         return Fail(ctx, "sim play", last.status, last.detail);
     }

@@ -13,8 +13,8 @@
 #include "cli_common.h"
 #include "control_client.h"
 #include "scenario.h"
-#include "sim_status.h"
 #include "service_filter.h"
+#include "sim_status.h"
 #include "world_json.h"
 
 namespace DeviceDetectCli {
