@@ -19,7 +19,9 @@ install(TARGETS tavik_platform syntavo_devicedetect_client
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/include/
   ${PROJECT_SOURCE_DIR}/interfaces/innerkits/include/
   DESTINATION ${DD_INCLUDE_SUBDIR}
-  FILES_MATCHING PATTERN "*.h")
+  FILES_MATCHING PATTERN "*.h"
+  # A seam for the library's own tests; applications have no use for it.
+  PATTERN "parcel_test_seam.h" EXCLUDE)
 install(FILES ${PROJECT_BINARY_DIR}/generated/syntavo_devicedetect_version.h
   DESTINATION ${DD_INCLUDE_SUBDIR})
 
@@ -35,6 +37,23 @@ install(FILES ${PROJECT_BINARY_DIR}/SyntavoDeviceDetectConfig.cmake
   ${PROJECT_BINARY_DIR}/SyntavoDeviceDetectConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/SyntavoDeviceDetect)
 
+# The .pc files locate the prefix from their own folder, so that the install
+# prefix chosen at `cmake --install --prefix` (or a DESTDIR copy moved
+# elsewhere) is the one they describe, not the one known at configure time.
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  set(DD_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
+  set(DD_PC_LIBDIR "${CMAKE_INSTALL_LIBDIR}")
+else()
+  file(RELATIVE_PATH DD_PC_UP "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+  string(REGEX REPLACE "/$" "" DD_PC_UP "${DD_PC_UP}")
+  set(DD_PC_PREFIX "\${pcfiledir}/${DD_PC_UP}")
+  set(DD_PC_LIBDIR "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
+endif()
+if(IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
+  set(DD_PC_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/syntavo_devicedetect")
+else()
+  set(DD_PC_INCLUDEDIR "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}/syntavo_devicedetect")
+endif()
 foreach(pc syntavo_devicedetect_client tavik_platform)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/${pc}.pc.in ${PROJECT_BINARY_DIR}/${pc}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${pc}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -2,7 +2,7 @@
 # Installs the Debian packages the build needs; does nothing when they are
 # already there. Needs root (or sudo) only when something is missing.
 set -eu
-packages="cmake ninja-build g++ clang libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev"
+packages="cmake ninja-build g++ clang make pkg-config libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev"
 missing=""
 for p in $packages; do
     if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then

@@ -1,7 +1,7 @@
 // Serving and reaching system abilities across processes over Unix sockets.
 //
 // A service publishes an object under its system ability id; the object is
-// then served on the socket <runtime directory>/sa-<id>.sock to processes of
+// then served on the socket `<runtime directory>/sa-<id>.sock` to processes of
 // the same user (and to root). A client reaches it with
 // ConnectSystemAbility, or simply through the default system ability
 // manager, whose GetSystemAbility falls back to the socket when no
@@ -9,7 +9,7 @@
 //
 // Runtime directory: $TAVIK_RUNTIME_DIR when set and not empty, else
 // $XDG_RUNTIME_DIR/tavik when XDG_RUNTIME_DIR is set and not empty, else
-// /tmp/tavik-<effective uid>. The variables are read on every call.
+// `/tmp/tavik-<effective uid>`. The variables are read on every call.
 // Publishing creates the directory with mode 0700 (or tightens an existing
 // one that this user owns) and the socket with mode 0600.
 //

@@ -100,6 +100,7 @@ int main(int argc, char** argv)
     } catch (const CLI::ParseError& e) {
         return app.exit(e);
     }
+    SetStderrTimestamps(true);
     if (!logLevel.empty()) {
         LogLevel level;
         if (!ParseLogLevel(logLevel, level)) {
