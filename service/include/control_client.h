@@ -41,6 +41,8 @@ public:
     ControlResult GetWorld();
     ControlResult LoadWorld(const std::string& worldJson);
     ControlResult GetRegistrations();
+    // Plays the next step of the scenario the service runs in step mode.
+    ControlResult Step();
 
 private:
     sptr<IRemoteObject> service_;

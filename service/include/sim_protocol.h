@@ -32,6 +32,7 @@ enum class ControlCode : uint32_t {
     GET_WORLD = 10,             // nothing; reply adds the world as JSON
     LOAD_WORLD = 11,            // string world JSON; replaces devices, keeps registrations
     GET_REGISTRATIONS = 12,     // nothing; reply adds the registrations as JSON
+    STEP = 13,                  // nothing; plays the next step of a scenario in step mode
 };
 
 constexpr uint32_t ToCode(ControlCode code)

@@ -47,6 +47,11 @@ enum SimStatus : int32_t {
     // The world already holds the maximum number of devices (1024, the
     // largest list a client accepts).
     SIM_ERR_WORLD_FULL = 3011,
+    // A step was asked for, but no scenario is waiting in step mode, or its
+    // last step has been played.
+    SIM_ERR_NO_SCENARIO = 3012,
+    // A scenario step's condition ("until") did not hold within its timeout.
+    SIM_ERR_CONDITION_TIMEOUT = 3013,
 };
 
 // "SIM_ERR_NO_SUCH_DEVICE" and so on; null for any other value.

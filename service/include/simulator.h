@@ -72,6 +72,13 @@ public:
 
     void SetCallerKeyProvider(CallerKeyProvider provider);
 
+    // Plays the next step of a scenario in step mode (control request STEP);
+    // fills `detail` like a world change. Without a handler, STEP answers
+    // SIM_ERR_NO_SCENARIO. The handler runs without the world lock held.
+    using StepHandler = std::function<int32_t(std::string& detail)>;
+    void SetStepHandler(StepHandler handler);
+    int32_t Step(std::string& detail);
+
     // --- queries --------------------------------------------------------
     LocalDevice Local() const;
     // Online and ready devices, in world order.
@@ -183,6 +190,8 @@ private:
     bool keyMouseEdgeSwitch_ = false;
     bool bindKeymouseService_ = false;
     CallerKeyProvider callerKey_;
+    std::mutex stepMutex_;
+    StepHandler stepHandler_;
 };
 
 // Whether a device offering `ability` passes `filter`: every non-empty

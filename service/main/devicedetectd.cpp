@@ -6,11 +6,15 @@
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
+#include <memory>
+#include <thread>
 
 #include <CLI/CLI.hpp>
 
 #include "device_detect_request_code.h"
 #include "embedded_service.h"
+#include "scenario.h"
+#include "sim_status.h"
 #include "socket_transport.h"
 #include "tralog.h"
 #include "world_json.h"
@@ -22,6 +26,8 @@ using namespace Tavik::Syntavo;
 
 constexpr int EXIT_USAGE = 2;
 constexpr int EXIT_PUBLISH_FAILED = 1;
+// A STEP request answers within this, whatever its step's "until" says.
+constexpr uint32_t STEP_CONDITION_WAIT_MS = 5000;
 
 size_t CountOnline(const Sim::World& world)
 {
@@ -30,6 +36,43 @@ size_t CountOnline(const Sim::World& world)
         online += device.IsOnline() ? 1 : 0;
     }
     return online;
+}
+
+void PrintStep(size_t index, const Sim::ControlResult& result)
+{
+    (void)index;
+    std::cout << "devicedetectd: " << result.detail;
+    if (result.status != Sim::SIM_OK) {
+        const char* name = Sim::SimStatusToString(result.status);
+        std::cout << " [" << (name != nullptr ? name : std::to_string(result.status)) << "]";
+    }
+    std::cout << std::endl;
+}
+
+// In step mode the STEP control request plays each step; otherwise a thread
+// plays them on their schedule. Either way the service keeps serving after
+// the last step.
+void StartScenario(Sim::ScenarioPlayer& player, Sim::Simulator& simulator, const std::string& file, bool stepMode,
+                   std::thread& playing)
+{
+    std::cout << "devicedetectd: scenario " << file << ": " << player.Size() << " steps"
+              << (stepMode ? ", one per `devicedetect sim step`" : "") << std::endl;
+    if (stepMode) {
+        simulator.SetStepHandler([&player](std::string& detail) {
+            Sim::ControlResult result = player.Step();
+            PrintStep(0, result);
+            detail = result.detail;
+            return result.status;
+        });
+        return;
+    }
+    playing = std::thread([&player] {
+        Sim::ControlResult last = player.Play(
+            [](size_t index, const Sim::ScenarioStep&, const Sim::ControlResult& result) { PrintStep(index, result); });
+        if (last.status == Sim::SIM_OK) {
+            std::cout << "devicedetectd: scenario done" << std::endl;
+        }
+    });
 }
 
 }  // namespace
@@ -45,6 +88,13 @@ int main(int argc, char** argv)
     app.add_option("--world", worldFile, "World JSON file (default: the built-in world of eight devices)");
     app.add_option("--runtime-dir", runtimeDir, "Directory of the service socket (sets TAVIK_RUNTIME_DIR)");
     app.add_option("--log-level", logLevel, "Log threshold: DEBUG, INFO, WARN (default), ERROR, FATAL");
+    std::string scenarioFile;
+    double speed = 1.0;
+    bool stepMode = false;
+    app.add_option("--scenario", scenarioFile, "Play a scenario file (its world replaces --world)")
+        ->excludes("--world");
+    app.add_option("--speed", speed, "Scenario time scale: 2 plays twice as fast")->check(CLI::PositiveNumber);
+    app.add_flag("--step", stepMode, "Play one scenario step per control request STEP (`devicedetect sim step`)");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -70,6 +120,15 @@ int main(int argc, char** argv)
             return EXIT_USAGE;
         }
     }
+    Sim::Scenario scenario;
+    if (!scenarioFile.empty()) {
+        std::string error;
+        if (!Sim::LoadScenarioFile(scenarioFile, scenario, error)) {
+            std::cerr << "devicedetectd: bad scenario file: " << error << "\n";
+            return EXIT_USAGE;
+        }
+        world = scenario.world;
+    }
 
     // Blocked before any IPC thread starts, so that every thread inherits
     // the mask and only sigwait below sees the two signals.
@@ -94,8 +153,23 @@ int main(int argc, char** argv)
     std::cout << "devicedetectd: ready, serving system ability " << SYNTAVO_DEVICE_DETECT_SA_ID << " on " << socketPath
               << " (" << world.devices.size() << " devices, " << CountOnline(world) << " online)" << std::endl;
 
+    std::unique_ptr<Sim::ScenarioPlayer> player;
+    std::thread playing;
+    if (!scenarioFile.empty()) {
+        Sim::PlayOptions options{speed, stepMode ? STEP_CONDITION_WAIT_MS : 0};
+        player = std::make_unique<Sim::ScenarioPlayer>(scenario, service.Object(), options);
+        StartScenario(*player, *service.GetSimulator(), scenarioFile, stepMode, playing);
+    }
+
     int received = 0;
     sigwait(&stopSignals, &received);
+    if (player != nullptr) {
+        service.GetSimulator()->SetStepHandler(nullptr);
+        player->Stop();
+        if (playing.joinable()) {
+            playing.join();
+        }
+    }
     UnpublishSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID);
     std::cout << "devicedetectd: stopped (" << (received == SIGTERM ? "SIGTERM" : "SIGINT") << ")" << std::endl;
     return 0;

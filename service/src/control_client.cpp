@@ -119,6 +119,11 @@ ControlResult ControlClient::GetRegistrations()
         service_, ControlCode::GET_REGISTRATIONS, [](MessageParcel&) { return true; }, true);
 }
 
+ControlResult ControlClient::Step()
+{
+    return Call(service_, ControlCode::STEP, [](MessageParcel&) { return true; });
+}
+
 }  // namespace Sim
 }  // namespace Syntavo
 }  // namespace Tavik

@@ -154,6 +154,10 @@ int32_t DeviceDetectControlStub::OnRemoteRequest(uint32_t code, MessageParcel& d
             int32_t result = Reply(reply, SIM_OK, "registrations");
             return result == SIM_OK && reply.WriteString(text) ? SIM_OK : SIM_ERR_REPLY_WRITE_FAILED;
         }
+        case ControlCode::STEP: {
+            int32_t status = simulator_->Step(detail);
+            return Reply(reply, status, detail);
+        }
     }
     SIM_LOGE("unknown control code %{public}u", code);
     return IPCObjectStub::OnRemoteRequest(code, data, reply, option);

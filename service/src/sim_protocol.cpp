@@ -31,6 +31,8 @@ const char* ControlCodeToString(uint32_t code)
             return "LOAD_WORLD";
         case ControlCode::GET_REGISTRATIONS:
             return "GET_REGISTRATIONS";
+        case ControlCode::STEP:
+            return "STEP";
     }
     return nullptr;
 }

@@ -31,6 +31,10 @@ const char* SimStatusToString(int32_t status)
             return "SIM_ERR_BAD_WORLD";
         case SIM_ERR_WORLD_FULL:
             return "SIM_ERR_WORLD_FULL";
+        case SIM_ERR_NO_SCENARIO:
+            return "SIM_ERR_NO_SCENARIO";
+        case SIM_ERR_CONDITION_TIMEOUT:
+            return "SIM_ERR_CONDITION_TIMEOUT";
         default:
             return nullptr;
     }

@@ -375,6 +375,26 @@ RegistrationCounts Simulator::RegistrationsLocked() const
     return counts;
 }
 
+void Simulator::SetStepHandler(StepHandler handler)
+{
+    std::lock_guard<std::mutex> lock(stepMutex_);
+    stepHandler_ = std::move(handler);
+}
+
+int32_t Simulator::Step(std::string& detail)
+{
+    StepHandler handler;
+    {
+        std::lock_guard<std::mutex> lock(stepMutex_);
+        handler = stepHandler_;
+    }
+    if (!handler) {
+        detail = "no scenario is playing in step mode";
+        return SIM_ERR_NO_SCENARIO;
+    }
+    return handler(detail);
+}
+
 std::string Simulator::RegistrationsJson() const
 {
     using nlohmann::json;

@@ -77,6 +77,8 @@ void PrintDevices(std::ostream& out, const std::vector<Tavik::Syntavo::DeviceInf
 void AddQueryCommands(CLI::App& app, Context& ctx);
 void AddWatchCommand(CLI::App& app, Context& ctx);
 void AddSimCommands(CLI::App& app, Context& ctx);
+// `sim play` and `sim step`, under the `sim` command.
+void AddScenarioCommands(CLI::App& sim, Context& ctx);
 void AddDemoCommand(CLI::App& app, Context& ctx);
 
 }  // namespace DeviceDetectCli

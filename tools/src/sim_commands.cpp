@@ -281,6 +281,7 @@ void AddSimCommands(CLI::App& app, Context& ctx)
     AddStateCommands(*sim, ctx);
     AddDeviceCommands(*sim, ctx);
     AddEventCommands(*sim, ctx);
+    AddScenarioCommands(*sim, ctx);
 }
 
 }  // namespace DeviceDetectCli

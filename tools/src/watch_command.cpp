@@ -5,12 +5,16 @@
 #include <condition_variable>
 #include <csignal>
 #include <deque>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <mutex>
 
 #include "cli_common.h"
+#include "control_client.h"
+#include "scenario.h"
 #include "service_filter.h"
+#include "sim_status.h"
 #include "world_json.h"
 
 namespace DeviceDetectCli {
@@ -55,6 +59,54 @@ private:
     std::deque<std::string> lines_;
 };
 
+// What --record writes: the events as they arrive, from any handler thread.
+class Recording {
+public:
+    explicit Recording(Sim::World start) : recorder_(std::move(start)), start_(std::chrono::steady_clock::now()) {}
+
+    void Device(const std::string& kind, const DeviceInfo& device)
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        recorder_.OnDevice(Now(), kind, device.GetDeviceUdid(), device.GetDeviceNetworkId(), device.GetDeviceName(),
+                           device.GetDeviceType());
+    }
+    void Services(int32_t event, const std::vector<DeviceServiceInfo>& infos)
+    {
+        std::vector<Sim::ScenarioRecorder::ServiceDevice> devices;
+        for (const DeviceServiceInfo& info : infos) {
+            devices.push_back({info.GetDeviceId(), info.GetServiceRuleList(), info.GetDeviceHashId(), info.GetBrMac(),
+                               info.GetExtraInfo()});
+        }
+        std::lock_guard<std::mutex> lock(mutex_);
+        recorder_.OnServices(Now(), event, devices);
+    }
+    void Deliver(int32_t code, const std::string& info)
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        recorder_.OnDeliver(Now(), code, info);
+    }
+    void DialogReply(const std::string& reply)
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        recorder_.OnDialogReply(Now(), reply);
+    }
+    Sim::Scenario Result()
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return recorder_.Result();
+    }
+
+private:
+    uint64_t Now() const
+    {
+        return static_cast<uint64_t>(
+            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_).count());
+    }
+    std::mutex mutex_;
+    Sim::ScenarioRecorder recorder_;
+    std::chrono::steady_clock::time_point start_;
+};
+
 std::string DeviceLine(const char* what, const DeviceInfo& device, bool json)
 {
     if (json) {
@@ -67,8 +119,9 @@ std::string DeviceLine(const char* what, const DeviceInfo& device, bool json)
 
 class DeviceEvents : public DeviceChangedCallbackStub {
 public:
-    DeviceEvents(std::shared_ptr<EventQueue> queue, bool json, std::string tag)
-        : queue_(std::move(queue)), json_(json), tag_(std::move(tag))
+    DeviceEvents(std::shared_ptr<EventQueue> queue, bool json, std::string tag,
+                 std::shared_ptr<Recording> recording = nullptr)
+        : queue_(std::move(queue)), json_(json), tag_(std::move(tag)), recording_(std::move(recording))
     {
     }
     int32_t OnDeviceOnline(DeviceInfo& device) override { return Push("online", device); }
@@ -78,19 +131,29 @@ public:
 private:
     int32_t Push(const char* what, const DeviceInfo& device)
     {
+        if (recording_ != nullptr) {
+            recording_->Device(what, device);
+        }
         queue_->Push(DeviceLine((tag_ + what).c_str(), device, json_));
         return 0;
     }
     std::shared_ptr<EventQueue> queue_;
     bool json_;
     std::string tag_;
+    std::shared_ptr<Recording> recording_;
 };
 
 class ServiceEvents : public ServiceChangedCallbackStub {
 public:
-    ServiceEvents(std::shared_ptr<EventQueue> queue, bool json) : queue_(std::move(queue)), json_(json) {}
+    ServiceEvents(std::shared_ptr<EventQueue> queue, bool json, std::shared_ptr<Recording> recording)
+        : queue_(std::move(queue)), json_(json), recording_(std::move(recording))
+    {
+    }
     int32_t OnDeviceEvent(int32_t event, std::vector<DeviceServiceInfo> infos) override
     {
+        if (recording_ != nullptr) {
+            recording_->Services(event, infos);
+        }
         if (json_) {
             Json devices = Json::array();
             for (const DeviceServiceInfo& info : infos) {
@@ -124,16 +187,20 @@ public:
 private:
     std::shared_ptr<EventQueue> queue_;
     bool json_;
+    std::shared_ptr<Recording> recording_;
 };
 
 class DeliverEvents : public ServiceDeliverCallbackStub {
 public:
-    DeliverEvents(std::shared_ptr<EventQueue> queue, bool json, int code)
-        : queue_(std::move(queue)), json_(json), code_(code)
+    DeliverEvents(std::shared_ptr<EventQueue> queue, bool json, int code, std::shared_ptr<Recording> recording)
+        : queue_(std::move(queue)), json_(json), code_(code), recording_(std::move(recording))
     {
     }
     int32_t OnDeliver(const std::string& info) override
     {
+        if (recording_ != nullptr) {
+            recording_->Deliver(code_, info);
+        }
         queue_->Push(json_ ? Json{{"event", "deliver"}, {"code", code_}, {"info", info}}.dump(
                                  -1, ' ', false, Json::error_handler_t::replace)
                            : "deliver " + std::to_string(code_) + ": " + info);
@@ -144,13 +211,20 @@ private:
     std::shared_ptr<EventQueue> queue_;
     bool json_;
     int code_;
+    std::shared_ptr<Recording> recording_;
 };
 
 class DialogEvents : public DialogEventCallbackStub {
 public:
-    DialogEvents(std::shared_ptr<EventQueue> queue, bool json) : queue_(std::move(queue)), json_(json) {}
+    DialogEvents(std::shared_ptr<EventQueue> queue, bool json, std::shared_ptr<Recording> recording)
+        : queue_(std::move(queue)), json_(json), recording_(std::move(recording))
+    {
+    }
     int32_t OnDialogEventReply(const std::string& info) override
     {
+        if (recording_ != nullptr) {
+            recording_->DialogReply(info);
+        }
         queue_->Push(
             json_ ? Json{{"event", "dialogReply"}, {"reply", info}}.dump(-1, ' ', false, Json::error_handler_t::replace)
                   : "dialog reply: " + info);
@@ -160,6 +234,7 @@ public:
 private:
     std::shared_ptr<EventQueue> queue_;
     bool json_;
+    std::shared_ptr<Recording> recording_;
 };
 
 struct WatchOptions {
@@ -170,7 +245,26 @@ struct WatchOptions {
     bool dialog = false;
     int count = 0;
     double timeout = 0;
+    std::string record;
 };
+
+// The world the service has now, where a recording starts.
+std::shared_ptr<Recording> StartRecording(const Context& ctx, const sptr<DeviceDetectProxy>& proxy)
+{
+    Sim::ControlClient client(proxy->AsObject());
+    Sim::ControlResult result = client.GetWorld();
+    Sim::World world;
+    std::string error;
+    if (result.status != Sim::SIM_OK) {
+        Fail(ctx, "watch --record (reading the world)", result.status, result.detail);
+        return nullptr;
+    }
+    if (!Sim::ParseWorld(result.json, world, error)) {
+        Fail(ctx, "watch --record (reading the world)", Sim::SIM_ERR_BAD_WORLD, error);
+        return nullptr;
+    }
+    return std::make_shared<Recording>(std::move(world));
+}
 
 int RunWatch(Context& ctx, const WatchOptions& options)
 {
@@ -187,14 +281,21 @@ int RunWatch(Context& ctx, const WatchOptions& options)
     if (proxy == nullptr) {
         return EXIT_UNREACHABLE;
     }
+    std::shared_ptr<Recording> recording;
+    if (!options.record.empty()) {
+        recording = StartRecording(ctx, proxy);
+        if (recording == nullptr) {
+            return EXIT_REQUEST_FAILED;
+        }
+    }
     auto queue = std::make_shared<EventQueue>();
-    sptr<DeviceEvents> devices = sptr<DeviceEvents>::MakeSptr(queue, ctx.json, "");
+    sptr<DeviceEvents> devices = sptr<DeviceEvents>::MakeSptr(queue, ctx.json, "", recording);
     auto registered =
         proxy->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr(options.bundle), "devicedetect", devices);
     if (registered.first != 0) {
         return Fail(ctx, "RegisterDevChangedCallback", registered.first);
     }
-    sptr<ServiceEvents> services = sptr<ServiceEvents>::MakeSptr(queue, ctx.json);
+    sptr<ServiceEvents> services = sptr<ServiceEvents>::MakeSptr(queue, ctx.json, recording);
     int32_t status = proxy->RegisterServiceChangedCallback(services);
     if (status != 0) {
         proxy->UnregisterDevChangedCallback(registered.second);
@@ -203,7 +304,7 @@ int RunWatch(Context& ctx, const WatchOptions& options)
     std::pair<int32_t, uint32_t> byService{-1, 0};
     sptr<DeviceEvents> serviceDevices;
     if (!options.service.empty() || !typeNames.empty()) {
-        serviceDevices = sptr<DeviceEvents>::MakeSptr(queue, ctx.json, "filtered-");
+        serviceDevices = sptr<DeviceEvents>::MakeSptr(queue, ctx.json, "filtered-", recording);
         byService = proxy->RegisterCallbackWithServiceFilter(sptr<ServiceFilter>::MakeSptr(options.service, typeNames),
                                                              "devicedetect", serviceDevices);
         if (byService.first != 0) {
@@ -213,7 +314,7 @@ int RunWatch(Context& ctx, const WatchOptions& options)
     }
     std::vector<sptr<DeliverEvents>> deliverers;
     for (int code : options.deliverCodes) {
-        deliverers.push_back(sptr<DeliverEvents>::MakeSptr(queue, ctx.json, code));
+        deliverers.push_back(sptr<DeliverEvents>::MakeSptr(queue, ctx.json, code, recording));
         status = proxy->RegisterServiceDeliverCallback(code, deliverers.back());
         if (status != 0) {
             std::cerr << "devicedetect: RegisterServiceDeliverCallback failed: " << StatusName(status) << "\n";
@@ -221,7 +322,7 @@ int RunWatch(Context& ctx, const WatchOptions& options)
     }
     sptr<DialogEvents> dialog;
     if (options.dialog) {
-        dialog = sptr<DialogEvents>::MakeSptr(queue, ctx.json);
+        dialog = sptr<DialogEvents>::MakeSptr(queue, ctx.json, recording);
         proxy->SetDialogEventCallback(dialog);
     }
 
@@ -263,6 +364,16 @@ int RunWatch(Context& ctx, const WatchOptions& options)
     }
     // Deliver and dialog callbacks have no removal request; the service
     // drops them when this process goes away.
+    if (recording != nullptr) {
+        Sim::Scenario scenario = recording->Result();
+        std::ofstream out(options.record, std::ios::binary | std::ios::trunc);
+        out << Sim::ScenarioToJson(scenario) << "\n";
+        if (!out) {
+            std::cerr << "devicedetect: cannot write \"" << options.record << "\"\n";
+            return EXIT_REQUEST_FAILED;
+        }
+        std::cerr << "recorded " << scenario.steps.size() << " steps to " << options.record << std::endl;
+    }
     return EXIT_OK;
 }
 
@@ -279,6 +390,7 @@ void AddWatchCommand(CLI::App& app, Context& ctx)
     watch->add_flag("--dialog", options->dialog, "Also register a dialog callback");
     watch->add_option("--count", options->count, "Stop after this many events");
     watch->add_option("--timeout", options->timeout, "Stop after this many seconds");
+    watch->add_option("--record", options->record, "Write what was observed as a scenario file (sim play replays it)");
     watch->callback([&ctx, options] { ctx.action = [&ctx, options] { return RunWatch(ctx, *options); }; });
 }
 
