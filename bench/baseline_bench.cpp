@@ -3,7 +3,9 @@
 // write and one blocking read on each side, no framing, no threads in
 // between), and memcpy of the reply.
 #include <benchmark/benchmark.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -45,7 +47,30 @@ bool WriteFull(int fd, const uint8_t* data, size_t size)
     return true;
 }
 
-void RawPingPong(benchmark::State& state, size_t request, size_t reply)
+// How each side waits for its input: a blocking read (the floor), or the
+// transport's way: poll() with a timeout on the caller's side, a one-shot
+// epoll set re-armed after every request on the serving side.
+enum class Wait { BLOCKING_READ, POLL_AND_EPOLL };
+
+bool AwaitInput(int fd, Wait wait, int epollFd)
+{
+    if (wait == Wait::BLOCKING_READ) {
+        return true;
+    }
+    if (epollFd >= 0) {
+        epoll_event event{};
+        event.events = EPOLLIN | EPOLLONESHOT;
+        event.data.fd = fd;
+        if (epoll_ctl(epollFd, EPOLL_CTL_MOD, fd, &event) != 0) {
+            return false;
+        }
+        return epoll_wait(epollFd, &event, 1, -1) == 1;
+    }
+    pollfd pfd{fd, POLLIN, 0};
+    return poll(&pfd, 1, 5000) == 1;
+}
+
+void RawPingPong(benchmark::State& state, size_t request, size_t reply, Wait wait)
 {
     int fds[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) {
@@ -58,13 +83,23 @@ void RawPingPong(benchmark::State& state, size_t request, size_t reply)
     pid_t child = fork();
     if (child == 0) {
         close(fds[0]);
-        while (ReadFull(fds[1], in.data(), request) && WriteFull(fds[1], out.data(), reply)) {
+        int epollFd = -1;
+        if (wait == Wait::POLL_AND_EPOLL) {
+            epollFd = epoll_create1(EPOLL_CLOEXEC);
+            epoll_event event{};
+            event.events = EPOLLIN | EPOLLONESHOT;
+            event.data.fd = fds[1];
+            epoll_ctl(epollFd, EPOLL_CTL_ADD, fds[1], &event);
+        }
+        while (AwaitInput(fds[1], wait, epollFd) && ReadFull(fds[1], in.data(), request) &&
+               WriteFull(fds[1], out.data(), reply)) {
         }
         _exit(0);
     }
     close(fds[1]);
     for (auto _ : state) {
-        if (!WriteFull(fds[0], out.data(), request) || !ReadFull(fds[0], in.data(), reply)) {
+        if (!WriteFull(fds[0], out.data(), request) || !AwaitInput(fds[0], wait, -1) ||
+            !ReadFull(fds[0], in.data(), reply)) {
             state.SkipWithError("ping-pong failed");
             break;
         }
@@ -93,9 +128,14 @@ void RegisterBaselines()
 {
     ListSizes small = MeasureSwitchSizes();
     ListSizes list = MeasureListSizes(1024);
-    benchmark::RegisterBenchmark("baseline/pingpong/GetDeviceSwitch_sizes", RawPingPong, small.request, small.reply);
+    benchmark::RegisterBenchmark("baseline/pingpong/GetDeviceSwitch_sizes", RawPingPong, small.request, small.reply,
+                                 Wait::BLOCKING_READ);
     benchmark::RegisterBenchmark("baseline/pingpong/GetTrustedDeviceList_sizes/1024", RawPingPong, list.request,
-                                 list.reply);
+                                 list.reply, Wait::BLOCKING_READ);
+    benchmark::RegisterBenchmark("baseline/pingpong_poll_epoll/GetDeviceSwitch_sizes", RawPingPong, small.request,
+                                 small.reply, Wait::POLL_AND_EPOLL);
+    benchmark::RegisterBenchmark("baseline/pingpong_poll_epoll/GetTrustedDeviceList_sizes/1024", RawPingPong,
+                                 list.request, list.reply, Wait::POLL_AND_EPOLL);
     benchmark::RegisterBenchmark("baseline/memcpy/GetTrustedDeviceList_reply/1024", Memcpy, list.reply);
     std::fprintf(stderr, "dd_bench: GetDeviceSwitch request %zu B, reply %zu B; GetTrustedDeviceList(1024) request %zu B, reply %zu B\n",
                  small.request, small.reply, list.request, list.reply);

@@ -77,6 +77,7 @@ int main()
         size_t before = g_live.load();
         g_peak.store(before);
         size_t count = 0;
+        size_t output = 0;
         {
             std::vector<DeviceInfo> devices;
             if (proxy->GetTrustedDeviceList("", devices) != 0) {
@@ -84,11 +85,20 @@ int main()
                 return 1;
             }
             count = devices.size();
+            // What the caller asked for: the vector and the strings of its records.
+            output = devices.capacity() * sizeof(DeviceInfo);
+            for (const DeviceInfo& device : devices) {
+                for (const std::string& text :
+                     {device.GetDeviceUdid(), device.GetDeviceNetworkId(), device.GetDeviceName()}) {
+                    output += text.size() > 15 ? malloc_usable_size(const_cast<char*>(text.data())) : 0;
+                }
+            }
         }
         size_t peak = g_peak.load() - before;
-        std::printf("memory/remote/GetTrustedDeviceList/1024 %s call: %zu devices, peak heap %zu B, reply %zu B, "
-                    "ratio %.2f, retained after the call %zd B\n",
-                    round == 0 ? "first" : "second", count, peak, reply, static_cast<double>(peak) / reply,
+        std::printf("memory/remote/GetTrustedDeviceList/1024 %s call: %zu devices, peak heap %zu B = %.2fx the reply "
+                    "(%zu B); the result itself %zu B, peak above it %.2fx the reply; retained after the call %zd B\n",
+                    round == 0 ? "first" : "second", count, peak, static_cast<double>(peak) / reply, reply, output,
+                    static_cast<double>(peak - output) / reply,
                     static_cast<ssize_t>(g_live.load()) - static_cast<ssize_t>(before));
     }
     return 0;
