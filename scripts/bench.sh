@@ -77,6 +77,8 @@ for name in sorted(med):
         note += f"  {r['items_per_second']:,.0f} calls/s"
     if "errors" in r:
         note += f"  errors={r['errors']:.0f}"
+    if "log_lines" in r:
+        note += f"  log_lines={r['log_lines']:.0f}"
     value = med[name]
     text = f"{value*1000:.2f} ns" if value < 1 else f"{value:.2f} us"
     print(f"{name:<72} {text:>12}{note}")
