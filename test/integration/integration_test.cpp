@@ -209,8 +209,11 @@ TEST_F(IntegrationTest, ClientDeathDropsItsRegistrations)
 {
     pid_t watcher = SpawnBackground({DEVICEDETECT_PATH, "--runtime-dir", runtimeDir_, "watch", "--timeout", "60"});
     ASSERT_GT(watcher, 0);
-    ASSERT_TRUE(WaitUntil([this] { return Registrations()["abilityListeners"] == 1; }));
-    EXPECT_EQ(Registrations()["serviceChangedCallbacks"], 1);
+    // watch registers its listener and then its service-change callback.
+    ASSERT_TRUE(WaitUntil([this] {
+        nlohmann::json now = Registrations();
+        return now["abilityListeners"] == 1 && now["serviceChangedCallbacks"] == 1;
+    })) << Registrations().dump();
     kill(watcher, SIGKILL);
     waitpid(watcher, nullptr, 0);
     ASSERT_TRUE(WaitUntil([this] {

@@ -188,14 +188,17 @@ void IpcRuntime::Loop()
         if (idleAfter == 0) {
             StartThread();
         }
-        if (event.data.u64 == TASK_KEY) {
+        // epoll_event is packed: copy the key out rather than bind a
+        // reference to a misaligned field.
+        const uint64_t key = event.data.u64;
+        if (key == TASK_KEY) {
             RunOneTask();
             continue;
         }
         std::shared_ptr<Pollable> pollable;
         {
             std::lock_guard<std::mutex> lock(mutex_);
-            auto it = pollables_.find(event.data.u64);
+            auto it = pollables_.find(key);
             if (it != pollables_.end()) {
                 pollable = it->second;
             }

@@ -325,8 +325,7 @@ void Connection::SendReply(uint64_t callId, int32_t status, MessageParcel& reply
     header.objectCount = static_cast<uint16_t>(entries.size());
     header.length = static_cast<uint32_t>(size + entries.size() * sizeof(ObjectEntry));
     bool nothingWritten = false;
-    if (WriteFrame(&header, data, size, entries, Clock::now() + BACKGROUND_WRITE_TIMEOUT, &nothingWritten) !=
-            IPC_OK &&
+    if (WriteFrame(&header, data, size, entries, Clock::now() + BACKGROUND_WRITE_TIMEOUT, &nothingWritten) != IPC_OK &&
         nothingWritten) {
         Unexport(entries);
     }
@@ -807,6 +806,8 @@ int32_t Connection::WriteFrame(const FrameHeader* header, const uint8_t* data, s
                                const std::vector<ObjectEntry>& entries, Clock::time_point deadline,
                                bool* nothingWritten)
 {
+    // Only a caller's own request has a caller to tell about a time-out.
+    bool background = header == nullptr || header->kind != static_cast<uint8_t>(FrameKind::TRANSACTION);
     *nothingWritten = true;
     const char* closeReason = nullptr;
     int32_t status = IPC_OK;
@@ -869,8 +870,13 @@ int32_t Connection::WriteFrame(const FrameHeader* header, const uint8_t* data, s
                     }
                 }
                 status = IPC_ERR_TIMED_OUT;
-                // Half a frame in the stream cannot be taken back.
-                closeReason = *nothingWritten ? nullptr : "write timed out in the middle of a frame";
+                // Half a frame in the stream cannot be taken back; and a
+                // peer that takes no reply or release for this long is stuck.
+                if (!*nothingWritten) {
+                    closeReason = "write timed out in the middle of a frame";
+                } else if (background) {
+                    closeReason = "peer takes no data";
+                }
                 break;
             }
             status = IPC_ERR_DEAD_OBJECT;

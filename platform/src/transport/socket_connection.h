@@ -143,7 +143,8 @@ private:
 
     // --- writing ---
     // Writes the queued releases and then (if header is not null) one frame,
-    // whole, or fails. Sets *nothingWritten when the peer got no byte.
+    // whole, or fails. Sets *nothingWritten when the peer got no byte. A
+    // stalled write of anything but a transaction closes the connection.
     int32_t WriteFrame(const FrameHeader* header, const uint8_t* data, size_t size,
                        const std::vector<ObjectEntry>& entries, Clock::time_point deadline, bool* nothingWritten);
 

@@ -8,9 +8,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <unordered_map>
 
 #include "message_option.h"
@@ -56,7 +58,13 @@ public:
                 if (errno == EINTR || errno == ECONNABORTED) {
                     continue;
                 }
-                if (errno != EAGAIN && errno != EWOULDBLOCK) {
+                if (errno == EMFILE || errno == ENFILE) {
+                    TRANSPORT_LOGE("accept on sa %{public}d failed: %{public}s", systemAbilityId_,
+                                   std::strerror(errno));
+                    // The pending connection keeps the socket readable; do
+                    // not spin on it while descriptors are short.
+                    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                } else if (errno != EAGAIN && errno != EWOULDBLOCK) {
                     TRANSPORT_LOGE("accept on sa %{public}d failed: %{public}s", systemAbilityId_,
                                    std::strerror(errno));
                 }
@@ -243,8 +251,7 @@ PublishStatus PublishSystemAbility(int32_t systemAbilityId, const sptr<IRemoteOb
     }
     if (bind(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
         chmod(publication.socketPath.c_str(), 0600) != 0 || listen(fd, LISTEN_BACKLOG) != 0) {
-        TRANSPORT_LOGE("cannot listen on %{public}s: %{public}s", publication.socketPath.c_str(),
-                       std::strerror(errno));
+        TRANSPORT_LOGE("cannot listen on %{public}s: %{public}s", publication.socketPath.c_str(), std::strerror(errno));
         close(fd);
         unlink(publication.socketPath.c_str());
         return fail(PublishStatus::SOCKET_ERROR);
@@ -317,8 +324,12 @@ sptr<IRemoteObject> ConnectSystemAbility(int32_t systemAbilityId)
     timeval timeout{MessageOption::TF_WAIT_TIME, 0};
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof(timeout));
     if (connect(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0) {
-        TRANSPORT_LOGI("no server for sa %{public}d at %{public}s: %{public}s", systemAbilityId, path.c_str(),
-                       std::strerror(errno));
+        // No socket, or nobody behind it: the ability is simply not running,
+        // and the caller reports that in its own words.
+        if (errno != ENOENT && errno != ECONNREFUSED) {
+            TRANSPORT_LOGW("cannot connect to sa %{public}d at %{public}s: %{public}s", systemAbilityId, path.c_str(),
+                           std::strerror(errno));
+        }
         close(fd);
         return nullptr;
     }

@@ -19,13 +19,13 @@ constexpr const char* TRANSPORT_LOG_TAG = "TavikIPC";
 }  // namespace Transport
 }  // namespace Tavik
 
-#define TRANSPORT_LOG(level, fmt, ...)                                                                          \
-    do {                                                                                                        \
-        if (::Tavik::IsLogLevelEnabled(level)) {                                                                \
-            ::Tavik::TralogPrint(::Tavik::LOG_CORE, level, ::Tavik::Transport::TRANSPORT_LOG_DOMAIN,            \
-                                 ::Tavik::Transport::TRANSPORT_LOG_TAG, "[%{public}s] " fmt, __FUNCTION__,      \
-                                 ##__VA_ARGS__);                                                                \
-        }                                                                                                       \
+#define TRANSPORT_LOG(level, fmt, ...)                                                                     \
+    do {                                                                                                   \
+        if (::Tavik::IsLogLevelEnabled(level)) {                                                           \
+            ::Tavik::TralogPrint(::Tavik::LOG_CORE, level, ::Tavik::Transport::TRANSPORT_LOG_DOMAIN,       \
+                                 ::Tavik::Transport::TRANSPORT_LOG_TAG, "[%{public}s] " fmt, __FUNCTION__, \
+                                 ##__VA_ARGS__);                                                           \
+        }                                                                                                  \
     } while (0)
 
 #define TRANSPORT_LOGD(fmt, ...) TRANSPORT_LOG(::Tavik::LOG_DEBUG, fmt, ##__VA_ARGS__)

@@ -135,17 +135,10 @@ TEST(BrokerRegistrationTest, RegisterDuplicateAndUnregister)
 
     registry.Unregister(descriptor);
     EXPECT_EQ(registry.NewInstance(descriptor, stub), nullptr);
-    EXPECT_TRUE(registry.Register(descriptor, MakeEchoProxy, nullptr)) << "free again after unregistering";
-    registry.Unregister(descriptor);
-}
-
-TEST(BrokerRegistrationTest, CreatorReturningNullGivesNull)
-{
-    BrokerRegistration& registry = BrokerRegistration::Get();
-    const std::u16string descriptor = u"Tavik.Test.NullCreator";
     ASSERT_TRUE(registry.Register(
-        descriptor, [](const sptr<IRemoteObject>&) { return sptr<IRemoteBroker>(); }, nullptr));
-    EXPECT_EQ(registry.NewInstance(descriptor, sptr<IRemoteObject>(new IPCObjectStub())), nullptr);
+        descriptor, [](const sptr<IRemoteObject>&) { return sptr<IRemoteBroker>(); }, nullptr))
+        << "free again after unregistering";
+    EXPECT_EQ(registry.NewInstance(descriptor, stub), nullptr) << "a creator returning null";
     registry.Unregister(descriptor);
 }
 
@@ -179,59 +172,46 @@ TEST(BrokerDelegatorTest, WrongInterfaceYieldsNull)
 
 // --- in-process stubs -------------------------------------------------------
 
-TEST(IPCObjectStubTest, SendRequestRunsOnRemoteRequest)
-{
-    sptr<EchoStub> stub(new EchoStub());
-    EXPECT_FALSE(stub->IsProxyObject());
-    EXPECT_FALSE(stub->IsObjectDead());
-    EXPECT_EQ(stub->GetObjectDescriptor(), u"Tavik.Test.IEcho");
-    EXPECT_EQ(stub->AsObject().GetRefPtr(), static_cast<IRemoteObject*>(stub.GetRefPtr()));
-
-    MessageParcel data;
-    MessageParcel reply;
-    MessageOption option;
-    ASSERT_TRUE(data.WriteInterfaceToken(IEcho::GetDescriptor()));
-    ASSERT_TRUE(data.WriteInt32(9));
-    EXPECT_EQ(stub->SendRequest(IEcho::ECHO, data, reply, option), 0);
-    EXPECT_EQ(stub->requests, 1);
-    EXPECT_EQ(reply.ReadInt32(), 10);
-}
-
-TEST(IPCObjectStubTest, StatusOfOnRemoteRequestIsReturned)
+// SendRequest on a local stub runs OnRemoteRequest and returns its status;
+// the base stub knows no code at all.
+TEST(IPCObjectStubTest, SendRequestReturnsOnRemoteRequestStatus)
 {
     struct Case {
         const char* name;
+        bool bare;
         uint32_t code;
         bool token;
         int32_t status;
+        int32_t reply;  // read from the reply when the status is 0
     };
     const Case cases[] = {
-        {"stub's own status", IEcho::FAIL, true, 77},
-        {"unknown code", 999, true, IPC_ERR_UNKNOWN_TRANSACTION},
-        {"wrong token", IEcho::ECHO, false, 1010},
+        {"echo", false, IEcho::ECHO, true, 0, 10},
+        {"stub's own status", false, IEcho::FAIL, true, 77, 0},
+        {"unknown code", false, 999, true, IPC_ERR_UNKNOWN_TRANSACTION, 0},
+        {"wrong token", false, IEcho::ECHO, false, 1010, 0},
+        {"base stub, code 1", true, 1, true, IPC_ERR_UNKNOWN_TRANSACTION, 0},
+        {"base stub, code 0xffffffff", true, 0xffffffffu, true, IPC_ERR_UNKNOWN_TRANSACTION, 0},
     };
     for (const Case& c : cases) {
-        sptr<EchoStub> stub(new EchoStub());
+        sptr<EchoStub> echo(new EchoStub());
+        sptr<IRemoteObject> stub =
+            c.bare ? sptr<IRemoteObject>(new IPCObjectStub(u"Tavik.Test.Bare")) : echo->AsObject();
         MessageParcel data;
         MessageParcel reply;
         MessageOption option;
         ASSERT_TRUE(data.WriteInterfaceToken(c.token ? IEcho::GetDescriptor() : u"Tavik.Test.IWrong"));
+        ASSERT_TRUE(data.WriteInt32(9));
         EXPECT_EQ(stub->SendRequest(c.code, data, reply, option), c.status) << c.name;
-        EXPECT_EQ(reply.GetDataSize(), 0u) << c.name;
+        EXPECT_EQ(echo->requests, c.bare ? 0 : 1) << c.name;
+        if (c.status == 0) {
+            EXPECT_EQ(reply.ReadInt32(), c.reply) << c.name;
+        } else {
+            EXPECT_EQ(reply.GetDataSize(), 0u) << c.name;
+        }
     }
-}
-
-TEST(IPCObjectStubTest, BaseStubKnowsNoCode)
-{
-    sptr<IPCObjectStub> stub(new IPCObjectStub(u"Tavik.Test.Bare"));
-    for (uint32_t code : {0u, 1u, 0xffffffffu}) {
-        MessageParcel data;
-        MessageParcel reply;
-        MessageOption option(MessageOption::TF_ASYNC);
-        ASSERT_TRUE(data.WriteInt32(1));
-        EXPECT_EQ(stub->SendRequest(code, data, reply, option), IPC_ERR_UNKNOWN_TRANSACTION) << code;
-        EXPECT_EQ(reply.GetDataSize(), 0u);
-    }
+    sptr<EchoStub> stub(new EchoStub());
+    EXPECT_FALSE(stub->IsProxyObject());
+    EXPECT_EQ(stub->GetObjectDescriptor(), u"Tavik.Test.IEcho");
 }
 
 TEST(IPCObjectStubTest, LocalStubRefusesDeathRecipients)

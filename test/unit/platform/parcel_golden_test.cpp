@@ -152,23 +152,6 @@ TEST(ParcelGoldenTest, EachWriteProducesItsBytes)
     }
 }
 
-// The index written for a remote object is its slot in the table.
-TEST(ParcelGoldenTest, RemoteObjectIndexNamesTableSlot)
-{
-    MessageParcel parcel;
-    sptr<IRemoteObject> first(new IPCObjectStub(u"first"));
-    sptr<IRemoteObject> second(new IPCObjectStub(u"second"));
-    ASSERT_TRUE(parcel.WriteInt32(42));
-    ASSERT_TRUE(parcel.WriteRemoteObject(second));
-    ASSERT_TRUE(parcel.WriteRemoteObject(first));
-    ASSERT_TRUE(parcel.WriteRemoteObject(second));
-    EXPECT_EQ(ToHex(parcel), CompactHex("2a000000 00000000 01000000 02000000"));
-    ASSERT_EQ(parcel.GetObjectCount(), 3u);
-    EXPECT_EQ(parcel.GetObjects()[0], second);
-    EXPECT_EQ(parcel.GetObjects()[1], first);
-    EXPECT_EQ(parcel.GetObjects()[2], second);
-}
-
 // The hex examples of docs/wire-format.md: the contents of its ```hex
 // blocks, comments after '#' dropped, consecutive lines joined into one
 // example, examples separated by blank lines.

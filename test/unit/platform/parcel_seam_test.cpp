@@ -27,16 +27,15 @@ protected:
     void TearDown() override { ResetWriteFailures(); }
 };
 
-struct WriteOp {
-    const char* name;
-    std::function<bool(MessageParcel&)> write;
-};
-
-// Every public write operation, each of which must cost exactly one write,
-// however many items it puts on the wire.
-std::vector<WriteOp> OneWriteOps()
+// Every public write operation costs exactly one write, however many items it
+// puts on the wire; a refused one leaves neither bytes nor objects behind.
+TEST_F(ParcelSeamTest, EachOperationIsOneWrite)
 {
-    return {
+    struct WriteOp {
+        const char* name;
+        std::function<bool(MessageParcel&)> write;
+    };
+    const WriteOp ops[] = {
         {"WriteBool", [](MessageParcel& p) { return p.WriteBool(true); }},
         {"WriteInt32", [](MessageParcel& p) { return p.WriteInt32(1); }},
         {"WriteUint32", [](MessageParcel& p) { return p.WriteUint32(1); }},
@@ -69,12 +68,11 @@ std::vector<WriteOp> OneWriteOps()
         {"WriteRemoteObject",
          [](MessageParcel& p) { return p.WriteRemoteObject(sptr<IRemoteObject>(new IPCObjectStub(u"x"))); }},
     };
-}
-
-TEST_F(ParcelSeamTest, EachOperationIsOneWrite)
-{
-    for (const WriteOp& op : OneWriteOps()) {
+    for (const WriteOp& op : ops) {
         MessageParcel parcel;
+        FailWritesAfter(0);
+        EXPECT_FALSE(op.write(parcel)) << "zero budget accepted: " << op.name;
+        EXPECT_EQ(parcel.GetDataSize() + parcel.GetObjectCount(), 0u) << op.name;
         FailWritesAfter(1);
         EXPECT_TRUE(op.write(parcel)) << "first write refused: " << op.name;
         EXPECT_EQ(RemainingWrites(), 0) << "cost more than one write: " << op.name;
@@ -83,82 +81,42 @@ TEST_F(ParcelSeamTest, EachOperationIsOneWrite)
         EXPECT_FALSE(op.write(parcel)) << "write past the budget accepted: " << op.name;
         EXPECT_EQ(parcel.GetDataSize(), size) << "refused write left bytes: " << op.name;
         EXPECT_EQ(parcel.GetObjectCount(), objects) << "refused write left an object: " << op.name;
-        ResetWriteFailures();
     }
 }
 
-TEST_F(ParcelSeamTest, ZeroBudgetRefusesEveryOperation)
-{
-    for (const WriteOp& op : OneWriteOps()) {
-        MessageParcel parcel;
-        ScopedWriteFailure refuseAll(0);
-        EXPECT_FALSE(op.write(parcel)) << op.name;
-        EXPECT_EQ(parcel.GetDataSize(), 0u) << op.name;
-        EXPECT_EQ(parcel.GetObjectCount(), 0u) << op.name;
-    }
-}
-
-TEST_F(ParcelSeamTest, ExactlyNWritesSucceed)
+TEST_F(ParcelSeamTest, BudgetCountsWritesOnlyAndEndsWithItsScope)
 {
     Parcel parcel;
     EXPECT_EQ(RemainingWrites(), -1) << "unlimited by default";
-    FailWritesAfter(3);
-    EXPECT_EQ(RemainingWrites(), 3);
-    EXPECT_TRUE(parcel.WriteInt32(1));
-    EXPECT_TRUE(parcel.WriteString("x"));
-    EXPECT_EQ(RemainingWrites(), 1);
-    EXPECT_TRUE(parcel.WriteBool(true));
-    EXPECT_EQ(RemainingWrites(), 0);
-    EXPECT_FALSE(parcel.WriteInt32(4));
-    EXPECT_FALSE(parcel.WriteInt32(5));
-    EXPECT_EQ(RemainingWrites(), 0);
-    EXPECT_EQ(parcel.GetDataSize(), 16u);
-
-    // Reads are not writes.
-    FailWritesAfter(1);
-    EXPECT_EQ(parcel.ReadInt32(), 1);
-    EXPECT_EQ(parcel.ReadString(), "x");
-    EXPECT_EQ(RemainingWrites(), 1);
-
-    ResetWriteFailures();
+    {
+        ScopedWriteFailure three(3);
+        EXPECT_TRUE(parcel.WriteInt32(1) && parcel.WriteString("x") && parcel.WriteBool(true));
+        EXPECT_FALSE(parcel.WriteInt32(4));
+        EXPECT_EQ(RemainingWrites(), 0);
+        EXPECT_EQ(parcel.GetDataSize(), 16u);
+        FailWritesAfter(1);
+        EXPECT_EQ(parcel.ReadInt32(), 1);
+        EXPECT_EQ(parcel.ReadString(), "x");
+        EXPECT_EQ(RemainingWrites(), 1) << "reads are not writes";
+    }
     EXPECT_EQ(RemainingWrites(), -1);
     EXPECT_TRUE(parcel.WriteInt32(6));
 }
 
-// Called directly, a record's Marshalling is not one write: each of its
-// field writes is outermost and costs one. The fields before the refusal
-// stay in the parcel.
+// Called directly, a record's Marshalling is not one write: each field write
+// is outermost and costs one, and the fields before the refusal stay.
 TEST_F(ParcelSeamTest, DirectMarshallingCountsEachField)
 {
+    static const char* const prefixes[] = {"", "07000000", "070000000200000061620000",
+                                           "07000000020000006162000009000000"};
     TestRecord record(7, "ab", 9);
     for (int budget = 0; budget <= 3; ++budget) {
         Parcel parcel;
         FailWritesAfter(budget);
         EXPECT_EQ(record.Marshalling(parcel), budget == 3) << "budget " << budget;
         EXPECT_EQ(RemainingWrites(), 0) << "budget " << budget;
-        static const char* const prefixes[] = {"", "07000000",
-                                               "07000000"
-                                               "02000000"
-                                               "61620000",
-                                               "07000000"
-                                               "02000000"
-                                               "61620000"
-                                               "09000000"};
         EXPECT_EQ(ToHex(parcel), prefixes[budget]) << "budget " << budget;
-        ResetWriteFailures();
     }
-}
-
-TEST_F(ParcelSeamTest, ScopedWriteFailureEndsWithItsScope)
-{
-    Parcel parcel;
-    {
-        ScopedWriteFailure once(1);
-        EXPECT_TRUE(parcel.WriteInt32(1));
-        EXPECT_FALSE(parcel.WriteInt32(2));
-    }
-    EXPECT_EQ(RemainingWrites(), -1);
-    EXPECT_TRUE(parcel.WriteInt32(3));
 }
 
 TEST_F(ParcelSeamTest, BudgetIsPerThread)
@@ -170,8 +128,7 @@ TEST_F(ParcelSeamTest, BudgetIsPerThread)
         Parcel parcel;
         otherRemaining = RemainingWrites();
         otherWrote = parcel.WriteInt32(1) && parcel.WriteString("s");
-        // A budget set here must not reach the test's thread either.
-        FailWritesAfter(5);
+        FailWritesAfter(5);  // must not reach the test's thread either
     });
     other.join();
     EXPECT_EQ(otherRemaining, -1);

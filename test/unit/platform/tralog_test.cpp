@@ -64,14 +64,10 @@ const std::vector<FormatCase>& FormatCases()
     static const std::vector<FormatCase> cases = {
         {"plain text", [] { LOG_LINE("no conversions at all"); }, "no conversions at all"},
         {"public string", [] { LOG_LINE("name=%{public}s.", "abc"); }, "name=abc."},
-        {"public empty string", [] { LOG_LINE("[%{public}s]", ""); }, "[]"},
         {"public int", [] { LOG_LINE("%{public}d", -2147483647 - 1); }, "-2147483648"},
-        {"public unsigned", [] { LOG_LINE("%{public}u", 4000000000u); }, "4000000000"},
         {"public unsigned long", [] { LOG_LINE("%{public}lu", 18446744073709551615ul); }, "18446744073709551615"},
         {"public size_t", [] { LOG_LINE("n=%{public}zu", size_t{1024}); }, "n=1024"},
         {"private string", [] { LOG_LINE("pw=%{private}s", "secret"); }, "pw=<private>"},
-        {"private int", [] { LOG_LINE("%{private}d", 42); }, "<private>"},
-        {"undecorated string is private", [] { LOG_LINE("id=%s", "secret"); }, "id=<private>"},
         {"undecorated int is private", [] { LOG_LINE("%d|%u", 1, 2u); }, "<private>|<private>"},
         {"percent sign", [] { LOG_LINE("100%% of %{public}d", 3); }, "100% of 3"},
         // Private arguments are still consumed, so the public ones after them line up.
@@ -81,7 +77,6 @@ const std::vector<FormatCase>& FormatCases()
          "1 <private> 3"},
         {"width and precision", [] { LOG_LINE("%{public}5d|%{public}.2s|%{public}-3u|", 7, "abc", 1u); },
          "    7|ab|1  |"},
-        {"hex and char", [] { LOG_LINE("%{public}x %{public}c", 255, 'A'); }, "ff A"},
         {"long public string", [] { LOG_LINE("<%{public}s>", std::string(5000, 'q').c_str()); },
          "<" + std::string(5000, 'q') + ">"},
         {"the library's prefix",
@@ -133,21 +128,6 @@ TEST_F(TralogTest, ThresholdDropsLinesBeforeTheSink)
     EXPECT_EQ(seen[0].message, "now visible");
 }
 
-TEST_F(TralogTest, SinkReplacementAndReset)
-{
-    std::vector<std::string> first;
-    std::vector<std::string> second;
-    SetLogLevel(LOG_WARN);
-    SetLogSink([&first](const LogRecord& r) { first.push_back(r.message); });
-    TralogPrint(LOG_CORE, LOG_WARN, kDomain, kTag, "one");
-    SetLogSink([&second](const LogRecord& r) { second.push_back(r.message); });
-    TralogPrint(LOG_CORE, LOG_WARN, kDomain, kTag, "two");
-    SetLogSink(LogSink());  // back to standard error
-    TralogPrint(LOG_CORE, LOG_DEBUG, kDomain, kTag, "three, below the threshold");
-    EXPECT_EQ(first, std::vector<std::string>{"one"});
-    EXPECT_EQ(second, std::vector<std::string>{"two"});
-}
-
 // LogCapture puts back whatever sink and level were there before it,
 // including another capture's.
 TEST_F(TralogTest, LogCaptureRestoresPreviousState)
@@ -184,18 +164,9 @@ TEST_F(TralogTest, LogCaptureQueries)
     TralogPrint(LOG_CORE, LOG_WARN, kDomain, kTag, "alpha %{public}d", 2);
     EXPECT_EQ(capture.Messages(), (std::vector<std::string>{"alpha 1", "beta", "alpha 2"}));
     EXPECT_EQ(capture.Count("alpha"), 2u);
-    EXPECT_EQ(capture.Count("beta"), 1u);
     EXPECT_EQ(capture.Count("gamma"), 0u);
-    std::vector<LogRecord> records = capture.Records();
-    ASSERT_EQ(records.size(), 3u);
-    EXPECT_EQ(records[1].type, LOG_APP);
-    EXPECT_EQ(records[1].level, LOG_ERROR);
-    EXPECT_EQ(records[1].domain, 0x1234u);
-    EXPECT_EQ(records[1].tag, "other");
     capture.Clear();
     EXPECT_TRUE(capture.Records().empty());
-    TralogPrint(LOG_CORE, LOG_INFO, kDomain, kTag, "after clear");
-    EXPECT_EQ(capture.Count("after clear"), 1u);
 }
 
 TEST_F(TralogTest, LinesFromManyThreadsArriveWhole)
@@ -283,13 +254,10 @@ TEST(LogLevelTest, ParseLogLevel)
         LogLevel level;
     };
     const Case cases[] = {
-        {"DEBUG", true, LOG_DEBUG}, {"debug", true, LOG_DEBUG},   {"Info", true, LOG_INFO},
-        {"WARN", true, LOG_WARN},   {"error", true, LOG_ERROR},   {"FATAL", true, LOG_FATAL},
-        {"3", true, LOG_DEBUG},     {"4", true, LOG_INFO},        {"5", true, LOG_WARN},
-        {"6", true, LOG_ERROR},     {"7", true, LOG_FATAL},       {"", false, LOG_WARN},
-        {"2", false, LOG_WARN},     {"8", false, LOG_WARN},       {"-5", false, LOG_WARN},
-        {"WARN5", false, LOG_WARN}, {"5x", false, LOG_WARN},      {" 5", false, LOG_WARN},
-        {"INFO ", false, LOG_WARN}, {"verbose", false, LOG_WARN}, {"35", false, LOG_WARN},
+        {"DEBUG", true, LOG_DEBUG}, {"Info", true, LOG_INFO}, {"WARN", true, LOG_WARN}, {"error", true, LOG_ERROR},
+        {"FATAL", true, LOG_FATAL}, {"3", true, LOG_DEBUG},   {"7", true, LOG_FATAL},   {"", false, LOG_WARN},
+        {"2", false, LOG_WARN},     {"8", false, LOG_WARN},   {"5x", false, LOG_WARN},  {" 5", false, LOG_WARN},
+        {"INFO ", false, LOG_WARN}, {"35", false, LOG_WARN},
     };
     for (const Case& c : cases) {
         LogLevel level = LOG_FATAL;
@@ -298,18 +266,11 @@ TEST(LogLevelTest, ParseLogLevel)
             EXPECT_EQ(level, c.level) << '"' << c.text << '"';
         }
     }
-}
-
-TEST(LogLevelTest, NamesParseBack)
-{
-    for (LogLevel level : {LOG_DEBUG, LOG_INFO, LOG_WARN, LOG_ERROR, LOG_FATAL}) {
-        LogLevel parsed = LOG_DEBUG;
-        ASSERT_NE(LogLevelToString(level), nullptr);
-        EXPECT_TRUE(ParseLogLevel(LogLevelToString(level), parsed)) << LogLevelToString(level);
-        EXPECT_EQ(parsed, level) << LogLevelToString(level);
+    const std::pair<LogLevel, const char*> names[] = {
+        {LOG_DEBUG, "DEBUG"}, {LOG_INFO, "INFO"}, {LOG_WARN, "WARN"}, {LOG_ERROR, "ERROR"}, {LOG_FATAL, "FATAL"}};
+    for (const auto& [level, name] : names) {
+        EXPECT_STREQ(LogLevelToString(level), name);
     }
-    EXPECT_STREQ(LogLevelToString(LOG_WARN), "WARN");
-    EXPECT_STREQ(LogLevelToString(LOG_ERROR), "ERROR");
 }
 
 // Re-executes this binary with the given TAVIK_LOG_LEVEL (null: unset) so the

@@ -25,16 +25,7 @@ TEST(PublishIdTest, FreshProcessStartsAtZero)
         ::testing::ExitedWithCode(0), "");
 }
 
-TEST(PublishIdTest, SuccessiveCallsAreConsecutive)
-{
-    uint32_t previous = ServicePublishInfo::GenerateNewPublishId();
-    for (int i = 0; i < 100; ++i) {
-        uint32_t next = ServicePublishInfo::GenerateNewPublishId();
-        ASSERT_EQ(next, previous + 1u);
-        previous = next;
-    }
-}
-
+// Ids are distinct under concurrency and consecutive: the range drawn has no gaps.
 TEST(PublishIdTest, ConcurrentCallersGetDistinctIds)
 {
     constexpr int THREADS = 4;

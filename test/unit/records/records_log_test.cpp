@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
+#include <map>
 #include <new>
 #include <string>
 #include <vector>
@@ -179,61 +180,61 @@ TEST(RecordLogTest, MarshallingSuccessLines)
     }
 }
 
-struct FailureCase {
-    std::string name;
-    std::function<sptr<Parcelable>()> fill;
-    int fieldCount;
-    // The ERROR line when the write of field `failed` (0-based) is refused.
-    std::function<ExpectedLine(int failed)> line;
-};
+ExpectedLine ErrorLine(const std::string& file, const std::string& function, const std::string& text)
+{
+    return ClientLine(LOG_ERROR, file, function, text);
+}
+
+ExpectedLine DynamicErrorLine(const std::string& function, const std::string& text)
+{
+    return ExpectedLine{LOG_ERROR, INFO_COLLECTION_DOMAIN, INFO_COLLECTION_TAG, "device_dynamic_info", function, text};
+}
+
+// The ERROR line of each record when the write of field `failed` (0-based) is refused.
+ExpectedLine MarshallingFailureLine(const std::string& record, int failed)
+{
+    const std::string af = "ability_filter";
+    const std::map<std::string, std::string> texts = {
+        {"DeviceInfo", "failed:udid_:udi****789, networkId_:net-abcdef, deviceName_:Living room TV, deviceType:156"},
+        {"DeviceServiceInfo", "failed:udid_:dev****876, networkId_:network-42, deviceName_:Kitchen pad, deviceType:17"},
+        {"LocalInfo",
+         "failed:localAbilityName_:MainAbility, localBundleName_:com.example.app, localDeviceId_:loc****-id, "
+         "localModuleName_:entry, localDeviceType_:14"},
+        {"AbilityFilter",
+         "failed: bundleName: com.example.bundle, abilityType: page, abilityDescription: desc,deviceType:12, , "
+         "accountType:3"},
+        {"DeviceFilter", "write failed, dt:3 at:2"},
+        {"ServiceFilter", "write ServiceFilter failed: serviceName_ = cast"},
+        {"PickerResult", "write PickerResult failed: abilityFilter_ = 0, deviceInfo_= 0 localInfo_= 0"},
+    };
+    if (record == "DeviceDynamicInfo") {
+        return DynamicErrorLine("Marshalling", "failed key=battery, value=87%");
+    }
+    if (record == "DeviceConfigInfo") {
+        return ErrorLine("device_config_info", "Marshalling", "failed: modelId_:model-X1");
+    }
+    if (record == "RequestResultInfo") {
+        return ErrorLine(
+            "publish_event_info", "Marshalling",
+            failed == 0 ? "write eventCode failed, eventCode:7" : "write resultCode failed, resultCode:2147483649");
+    }
+    if (record == "ServicePublishInfo") {
+        return ErrorLine("service_publish_info", "Marshalling", "failed: publishId:-1");
+    }
+    return ErrorLine(af, "Marshalling", texts.at(record));
+}
 
 // Refusing each field's write in turn: Marshalling returns false after one
-// ERROR line and nothing else, and leaves exactly the fields written before
-// the refusal; allowing every field's write lets it succeed.
+// ERROR line, its own and last, and leaves a growing prefix of the full
+// encoding; allowing every field's write lets it succeed silently.
 TEST(RecordLogTest, RefusedWriteStopsMarshallingWithOneErrorLine)
 {
-    auto fixed = [](const std::string& file, const std::string& text) {
-        return [file, text](int) { return ClientLine(LOG_ERROR, file, "Marshalling", text); };
-    };
-    const std::string af = "ability_filter";
-    const std::vector<FailureCase> cases = {
-        {"DeviceInfo", [] { return sptr<Parcelable>(FillDeviceInfo()); }, 4,
-         fixed(af, "failed:udid_:udi****789, networkId_:net-abcdef, deviceName_:Living room TV, deviceType:156")},
-        {"DeviceServiceInfo", [] { return sptr<Parcelable>(FillDeviceServiceInfo()); }, 8,
-         fixed(af, "failed:udid_:dev****876, networkId_:network-42, deviceName_:Kitchen pad, deviceType:17")},
-        {"LocalInfo", [] { return sptr<Parcelable>(FillLocalInfo()); }, 5,
-         fixed(af,
-               "failed:localAbilityName_:MainAbility, localBundleName_:com.example.app, "
-               "localDeviceId_:loc****-id, localModuleName_:entry, localDeviceType_:14")},
-        {"AbilityFilter", [] { return sptr<Parcelable>(FillAbilityFilter()); }, 6,
-         fixed(af,
-               "failed: bundleName: com.example.bundle, abilityType: page, abilityDescription: desc,"
-               "deviceType:12, , accountType:3")},
-        {"DeviceFilter", [] { return sptr<Parcelable>(FillDeviceFilter()); }, 2, fixed(af, "write failed, dt:3 at:2")},
-        {"ServiceFilter", [] { return sptr<Parcelable>(FillServiceFilter()); }, 2,
-         fixed(af, "write ServiceFilter failed: serviceName_ = cast")},
-        {"PickerResult", [] { return sptr<Parcelable>(FillPickerResult()); }, 3,
-         fixed(af, "write PickerResult failed: abilityFilter_ = 0, deviceInfo_= 0 localInfo_= 0")},
-        {"PickerResult: fresh", [] { return sptr<Parcelable>(new PickerResult()); }, 3,
-         fixed(af, "write PickerResult failed: abilityFilter_ = 1, deviceInfo_= 1 localInfo_= 1")},
-        {"DeviceDynamicInfo", [] { return sptr<Parcelable>(FillDeviceDynamicInfo()); }, 2,
-         [](int) {
-             return ExpectedLine{LOG_ERROR,           INFO_COLLECTION_DOMAIN,
-                                 INFO_COLLECTION_TAG, "device_dynamic_info",
-                                 "Marshalling",       "failed key=battery, value=87%"};
-         }},
-        {"DeviceConfigInfo", [] { return sptr<Parcelable>(FillDeviceConfigInfo()); }, 5,
-         fixed("device_config_info", "failed: modelId_:model-X1")},
-        {"RequestResultInfo", [] { return sptr<Parcelable>(FillRequestResultInfo()); }, 2,
-         [](int failed) {
-             return ClientLine(LOG_ERROR, "publish_event_info", "Marshalling",
-                               failed == 0 ? "write eventCode failed, eventCode:7"
-                                           : "write resultCode failed, resultCode:2147483649");
-         }},
-        {"ServicePublishInfo", [] { return sptr<Parcelable>(FillServicePublishInfo()); }, 3,
-         fixed("service_publish_info", "failed: publishId:-1")},
-    };
-    for (const FailureCase& c : cases) {
+    std::vector<RecordCase> cases = AllRecords();
+    RecordCase fresh = cases[6];
+    fresh.name = "PickerResult: fresh";
+    fresh.fill = [] { return sptr<Parcelable>(new PickerResult()); };
+    cases.push_back(fresh);
+    for (const RecordCase& c : cases) {
         sptr<Parcelable> record = c.fill();
         std::vector<uint8_t> full = Encode(*record);
         size_t previousSize = 0;
@@ -247,54 +248,27 @@ TEST(RecordLogTest, RefusedWriteStopsMarshallingWithOneErrorLine)
                 ok = record->Marshalling(parcel);
             }
             std::vector<uint8_t> written = Bytes(parcel);
-            size_t errors = 0;
-            for (const auto& line : capture.Records()) {
-                errors += line.level == LOG_ERROR ? 1 : 0;
-            }
+            auto lines = capture.Records();
+            size_t errors =
+                std::count_if(lines.begin(), lines.end(), [](const LogRecord& r) { return r.level == LOG_ERROR; });
             if (allowed == c.fieldCount) {
-                EXPECT_TRUE(ok) << where;
-                EXPECT_EQ(written, full) << where;
-                EXPECT_EQ(errors, 0u) << where;
+                EXPECT_TRUE(ok && written == full && errors == 0) << where;
                 continue;
             }
+            ExpectedLine expected = MarshallingFailureLine(c.name == fresh.name ? "PickerResult" : c.name, allowed);
+            if (c.name == fresh.name) {
+                expected.text = "write PickerResult failed: abilityFilter_ = 1, deviceInfo_= 1 localInfo_= 1";
+            }
             EXPECT_FALSE(ok) << where;
-            EXPECT_TRUE(Logged(capture, c.line(allowed))) << where;
             EXPECT_EQ(errors, 1u) << where;
-            // The record's own line comes last: nothing logs success after the refusal
-            // (a nested record may have logged its own success before it).
-            auto lines = capture.Records();
             ASSERT_FALSE(lines.empty()) << where;
-            EXPECT_TRUE(Matches(lines.back(), c.line(allowed))) << where << DescribeRecords(lines);
-            // What was written before the refusal stays, and is the start of the full encoding.
+            EXPECT_TRUE(Matches(lines.back(), expected)) << where << DescribeRecords(lines);
             ASSERT_LE(written.size(), full.size()) << where;
             EXPECT_TRUE(std::equal(written.begin(), written.end(), full.begin())) << where;
-            if (allowed == 0) {
-                EXPECT_TRUE(written.empty()) << where;
-            } else {
-                EXPECT_GT(written.size(), previousSize) << where;
-            }
+            EXPECT_TRUE(allowed == 0 ? written.empty() : written.size() > previousSize) << where;
             previousSize = written.size();
         }
     }
-}
-
-// The field boundaries of two records, pinned exactly.
-TEST(RecordLogTest, RefusedWriteLeavesTheEarlierFields)
-{
-    LogCapture quiet;
-    Parcel deviceInfo;
-    {
-        ParcelTestSeam::ScopedWriteFailure failure(2);
-        EXPECT_FALSE(DeviceInfo("ab", "netw", "x", 14).Marshalling(deviceInfo));
-    }
-    EXPECT_EQ(ToHex(deviceInfo), "02000000 61620000 04000000 6e657477 00000000");
-
-    Parcel config;
-    {
-        ParcelTestSeam::ScopedWriteFailure failure(3);
-        EXPECT_FALSE(DeviceConfigInfo("m", "{}", "", 2607, 1).Marshalling(config));
-    }
-    EXPECT_EQ(ToHex(config), "01000000 6d000000 02000000 7b7d0000 00000000 00000000");
 }
 
 TEST(RecordLogTest, ReadingLogsTheConstructorLinesWithTheValuesRead)
@@ -337,65 +311,43 @@ TEST(RecordLogTest, ReadingLogsTheConstructorLinesWithTheValuesRead)
         << DescribeRecords(capture.Records());
 }
 
-struct AllocationCase {
-    std::string name;
-    std::function<sptr<Parcelable>()> fill;
-    std::function<sptr<Parcelable>(Parcel&)> read;
-    std::vector<ExpectedLine> lines;  // empty: no line at all
-};
-
+// The records allocate with new (std::nothrow); a failed allocation gives null
+// and one ERROR line (DeviceFilter: none). PickerResult allocates before it
+// reads, so it reads nothing.
 TEST(RecordLogTest, FailedAllocationGivesNullAndOneErrorLine)
 {
     const std::string af = "ability_filter";
-    auto un = [](const std::string& file, const std::string& text) {
-        return std::vector<ExpectedLine>{ClientLine(LOG_ERROR, file, "Unmarshalling", text)};
-    };
-    std::vector<AllocationCase> cases = {
-        {"DeviceInfo", [] { return sptr<Parcelable>(FillDeviceInfo()); },
-         [](Parcel& p) { return sptr<Parcelable>(DeviceInfo::Unmarshalling(p)); },
-         un(af,
-            "new DeviceInfo failed, udid:udi****789, networkId:net-abcdef, deviceName:Living room TV,"
-            "deviceType:156")},
-        {"DeviceServiceInfo", [] { return sptr<Parcelable>(FillDeviceServiceInfo()); },
-         [](Parcel& p) { return sptr<Parcelable>(DeviceServiceInfo::Unmarshalling(p)); },
-         un(af,
-            "new DeviceServiceInfo failed, udid:dev****876, networkId:network-42, deviceName:Kitchen pad,"
-            "deviceType:17")},
-        {"LocalInfo", [] { return sptr<Parcelable>(FillLocalInfo()); },
-         [](Parcel& p) { return sptr<Parcelable>(LocalInfo::Unmarshalling(p)); },
-         un(af,
-            "new LocalInfo failed, localAbilityName:MainAbility, localBundleName:com.example.app, "
-            "localDeviceId:loc****-id, localModuleNam:entry, localDeviceType:14")},
-        {"AbilityFilter", [] { return sptr<Parcelable>(FillAbilityFilter()); },
-         [](Parcel& p) { return sptr<Parcelable>(AbilityFilter::Unmarshalling(p)); },
-         un(af,
-            "new AbilityFilter failed, bundleName = com.example.bundle, abilityType:page, "
-            "abilityDescription:desc,deviceType:12, accountType:3")},
-        {"DeviceFilter: no line",
-         [] { return sptr<Parcelable>(FillDeviceFilter()); },
-         [](Parcel& p) { return sptr<Parcelable>(DeviceFilter::Unmarshalling(p)); },
-         {}},
-        {"ServiceFilter", [] { return sptr<Parcelable>(FillServiceFilter()); },
-         [](Parcel& p) { return sptr<Parcelable>(ServiceFilter::Unmarshalling(p)); },
-         un(af, "new ServiceFilter failed")},
-        {"PickerResult", [] { return sptr<Parcelable>(FillPickerResult()); },
-         [](Parcel& p) { return sptr<Parcelable>(PickerResult::Unmarshalling(p)); }, un(af, "new PickerResult failed")},
+    const std::map<std::string, std::vector<ExpectedLine>> lines = {
+        {"DeviceInfo",
+         {ErrorLine(af, "Unmarshalling",
+                    "new DeviceInfo failed, udid:udi****789, networkId:net-abcdef, deviceName:Living room TV,"
+                    "deviceType:156")}},
+        {"DeviceServiceInfo",
+         {ErrorLine(af, "Unmarshalling",
+                    "new DeviceServiceInfo failed, udid:dev****876, networkId:network-42, deviceName:Kitchen pad,"
+                    "deviceType:17")}},
+        {"LocalInfo",
+         {ErrorLine(af, "Unmarshalling",
+                    "new LocalInfo failed, localAbilityName:MainAbility, localBundleName:com.example.app, "
+                    "localDeviceId:loc****-id, localModuleNam:entry, localDeviceType:14")}},
+        {"AbilityFilter",
+         {ErrorLine(af, "Unmarshalling",
+                    "new AbilityFilter failed, bundleName = com.example.bundle, abilityType:page, "
+                    "abilityDescription:desc,deviceType:12, accountType:3")}},
+        {"DeviceFilter", {}},
+        {"ServiceFilter", {ErrorLine(af, "Unmarshalling", "new ServiceFilter failed")}},
+        {"PickerResult", {ErrorLine(af, "Unmarshalling", "new PickerResult failed")}},
         {"DeviceDynamicInfo",
-         [] { return sptr<Parcelable>(FillDeviceDynamicInfo()); },
-         [](Parcel& p) { return sptr<Parcelable>(DeviceDynamicInfo::Unmarshalling(p)); },
-         {ExpectedLine{LOG_ERROR, INFO_COLLECTION_DOMAIN, INFO_COLLECTION_TAG, "device_dynamic_info", "Unmarshalling",
-                       "new DeviceDynamicInfo failed, key=battery, value=87%"}}},
-        {"DeviceConfigInfo", [] { return sptr<Parcelable>(FillDeviceConfigInfo()); },
-         [](Parcel& p) { return sptr<Parcelable>(DeviceConfigInfo::Unmarshalling(p)); },
-         un("device_config_info", "new DeviceConfigInfo failed, modelId_:model-X1")},
-        {"RequestResultInfo", [] { return sptr<Parcelable>(FillRequestResultInfo()); },
-         [](Parcel& p) { return sptr<Parcelable>(RequestResultInfo::Unmarshalling(p)); },
-         un("publish_event_info", "Unmarshalling failed, eventCode:7, resultCode:-2147483647")},
-        {"ServicePublishInfo", [] { return sptr<Parcelable>(FillServicePublishInfo()); },
-         [](Parcel& p) { return sptr<Parcelable>(ServicePublishInfo::Unmarshalling(p)); },
-         un("service_publish_info", "new ServicePublishInfo failed, publishId:-1")},
+         {DynamicErrorLine("Unmarshalling", "new DeviceDynamicInfo failed, key=battery, value=87%")}},
+        {"DeviceConfigInfo",
+         {ErrorLine("device_config_info", "Unmarshalling", "new DeviceConfigInfo failed, modelId_:model-X1")}},
+        {"RequestResultInfo",
+         {ErrorLine("publish_event_info", "Unmarshalling",
+                    "Unmarshalling failed, eventCode:7, resultCode:-2147483647")}},
+        {"ServicePublishInfo",
+         {ErrorLine("service_publish_info", "Unmarshalling", "new ServicePublishInfo failed, publishId:-1")}},
     };
-    for (const AllocationCase& c : cases) {
+    for (const RecordCase& c : AllRecords()) {
         Parcel parcel;
         {
             LogCapture quiet;
@@ -408,25 +360,15 @@ TEST(RecordLogTest, FailedAllocationGivesNullAndOneErrorLine)
             read = c.read(parcel);
         }
         EXPECT_EQ(read, nullptr) << c.name;
-        EXPECT_EQ(capture.Records().size(), c.lines.size()) << c.name << DescribeRecords(capture.Records());
-        for (const ExpectedLine& line : c.lines) {
+        const std::vector<ExpectedLine>& expected = lines.at(c.name);
+        EXPECT_EQ(capture.Records().size(), expected.size()) << c.name << DescribeRecords(capture.Records());
+        for (const ExpectedLine& line : expected) {
             EXPECT_TRUE(Logged(capture, line)) << c.name;
         }
+        if (c.name == "PickerResult") {
+            EXPECT_EQ(parcel.GetReadPosition(), 0u);
+        }
     }
-}
-
-// The record allocates before it reads, so a failed allocation reads nothing.
-TEST(RecordLogTest, PickerResultAllocationFailureReadsNothing)
-{
-    Parcel parcel;
-    {
-        LogCapture quiet;
-        FillPickerResult()->Marshalling(parcel);
-    }
-    LogCapture quiet;
-    FailNextNothrowNew failure;
-    EXPECT_EQ(PickerResult::Unmarshalling(parcel), nullptr);
-    EXPECT_EQ(parcel.GetReadPosition(), 0u);
 }
 
 }  // namespace

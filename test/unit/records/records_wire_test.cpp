@@ -32,20 +32,28 @@ TEST(RecordWireTest, RoundTripKeepsEveryFieldAndConsumesExactlyTheWrite)
     }
 }
 
-// A copy is a value: it writes the same bytes as its source.
+// A copy is a value that writes the same bytes as its source, with its own
+// reference count; PickerResult alone shares its members.
 TEST(RecordWireTest, CopiesWriteTheSameBytes)
 {
     LogCapture quiet;
     sptr<DeviceInfo> deviceInfo = FillDeviceInfo();
-    sptr<DeviceServiceInfo> serviceInfo = FillDeviceServiceInfo();
-    sptr<AbilityFilter> abilityFilter = FillAbilityFilter();
-    sptr<DeviceConfigInfo> configInfo = FillDeviceConfigInfo();
+    sptr<DeviceInfo> heapCopy = new DeviceInfo(*deviceInfo);
+    EXPECT_EQ(heapCopy->GetSptrRefCount(), 1);
+    EXPECT_EQ(deviceInfo->GetSptrRefCount(), 1);
+    heapCopy = nullptr;
     EXPECT_EQ(Encode(DeviceInfo(*deviceInfo)), Encode(*deviceInfo));
-    EXPECT_EQ(Encode(DeviceServiceInfo(*serviceInfo)), Encode(*serviceInfo));
-    EXPECT_EQ(Encode(AbilityFilter(*abilityFilter)), Encode(*abilityFilter));
+    EXPECT_EQ(Encode(DeviceServiceInfo(*FillDeviceServiceInfo())), Encode(*FillDeviceServiceInfo()));
+    EXPECT_EQ(Encode(AbilityFilter(*FillAbilityFilter())), Encode(*FillAbilityFilter()));
     DeviceConfigInfo assigned;
-    assigned = *configInfo;
-    EXPECT_EQ(Encode(assigned), Encode(*configInfo));
+    assigned = *FillDeviceConfigInfo();
+    EXPECT_EQ(Encode(assigned), Encode(*FillDeviceConfigInfo()));
+
+    sptr<PickerResult> original = FillPickerResult();
+    PickerResult copy(*original);
+    EXPECT_EQ(copy.GetDeviceInfo(), original->GetDeviceInfo());
+    EXPECT_EQ(copy.GetAbilityFilter(), original->GetAbilityFilter());
+    EXPECT_EQ(copy.GetLocalDeviceInfo(), original->GetLocalDeviceInfo());
 }
 
 struct GoldenCase {
@@ -76,6 +84,7 @@ TEST(RecordWireTest, GoldenBytes)
              return DeviceFilter({14, 17}, {}).Marshalling(p);
          },
          "02000000 0e000000 11000000 00000000"},
+        {"DeviceFilter: two empty lists", [](Parcel& p) { return DeviceFilter().Marshalling(p); }, "00000000 00000000"},
         {"ServiceFilter: name, then the list with an empty name",
          [](Parcel& p) {
              return ServiceFilter("tv", {"PAD", ""}).Marshalling(p);
@@ -115,52 +124,27 @@ TEST(RecordWireTest, GoldenBytes)
     }
 }
 
-// A short parcel reads as an empty record (the same bytes as a
-// default-constructed one), except for the two records that insist on
-// their content.
-TEST(RecordWireTest, EmptyParcelGivesEmptyRecordOrNull)
+// Every truncation of a good encoding reads as a record, the empty parcel as
+// an empty one (the bytes of a default-constructed record), except for the
+// two records that insist on their content. Bit flips are the fuzzer's job.
+TEST(RecordWireTest, TruncatedInputGivesEmptyFieldsOrNull)
 {
     LogCapture quiet;
     for (const RecordCase& c : AllRecords()) {
-        SCOPED_TRACE(c.name);
-        Parcel empty;
-        sptr<Parcelable> read = c.read(empty);
-        if (!c.toleratesShortParcel) {
-            EXPECT_EQ(read, nullptr);
-            continue;
-        }
-        ASSERT_NE(read, nullptr);
-        EXPECT_EQ(Encode(*read), Encode(*c.makeEmpty()));
-    }
-}
-
-// Every truncation and every single-bit flip of a good encoding must read
-// without a crash or an oversized allocation (the sanitizer builds catch
-// both); the tolerant records must still yield a record.
-TEST(RecordWireTest, TruncatedAndFlippedInputReadsSafely)
-{
-    LogCapture quiet;
-    for (const RecordCase& c : AllRecords()) {
-        SCOPED_TRACE(c.name);
         std::vector<uint8_t> good = Encode(*c.fill());
-        ASSERT_FALSE(good.empty());
+        ASSERT_FALSE(good.empty()) << c.name;
         for (size_t length = 0; length < good.size(); ++length) {
             Parcel parcel;
             ASSERT_TRUE(parcel.ParseFrom(good.data(), length));
             sptr<Parcelable> read = c.read(parcel);
-            if (c.toleratesShortParcel) {
-                EXPECT_NE(read, nullptr) << "truncated to " << length;
+            EXPECT_LE(parcel.GetReadPosition(), length) << c.name << " truncated to " << length;
+            if (!c.toleratesShortParcel) {
+                EXPECT_TRUE(length != 0 || read == nullptr) << c.name;
+                continue;
             }
-            EXPECT_LE(parcel.GetReadPosition(), length);
-        }
-        for (size_t bit = 0; bit < good.size() * 8; ++bit) {
-            std::vector<uint8_t> damaged = good;
-            damaged[bit / 8] ^= static_cast<uint8_t>(1u << (bit % 8));
-            Parcel parcel;
-            ASSERT_TRUE(parcel.ParseFrom(damaged.data(), damaged.size()));
-            sptr<Parcelable> read = c.read(parcel);
-            if (c.toleratesShortParcel) {
-                EXPECT_NE(read, nullptr) << "bit " << bit;
+            ASSERT_NE(read, nullptr) << c.name << " truncated to " << length;
+            if (length == 0) {
+                EXPECT_EQ(Encode(*read), Encode(*c.makeEmpty())) << c.name;
             }
         }
     }
@@ -178,33 +162,21 @@ TEST(RecordWireTest, DeviceFilterNeedsBothLists)
          [](Parcel& p) {
              p.WriteUInt32Vector({14, 17});
          }},
-        {"device type count past the end", [](Parcel& p) { p.WriteInt32(1000); }},
         {"account type count past the end",
          [](Parcel& p) {
              p.WriteUInt32Vector({14});
              p.WriteInt32(2);
              p.WriteUint32(1);
          }},
-        {"negative count", [](Parcel& p) { p.WriteInt32(-1); }},
     };
     for (const Case& c : cases) {
         LogCapture capture;
         Parcel parcel;
         c.write(parcel);
         EXPECT_EQ(DeviceFilter::Unmarshalling(parcel), nullptr) << c.name;
-        EXPECT_TRUE(LoggedSequence(capture, {"Unmarshalling# read vector failed"})) << c.name;
+        EXPECT_EQ(capture.Records().size(), 1u) << c.name;
         EXPECT_TRUE(Logged(capture, AbilityFilterFileLine(LOG_ERROR, "Unmarshalling", "read vector failed"))) << c.name;
     }
-}
-
-TEST(RecordWireTest, DeviceFilterWithTwoEmptyListsRoundTrips)
-{
-    Parcel parcel;
-    ASSERT_TRUE(DeviceFilter().Marshalling(parcel));
-    sptr<DeviceFilter> read = DeviceFilter::Unmarshalling(parcel);
-    ASSERT_NE(read, nullptr);
-    EXPECT_EQ(ToHex(parcel), "00000000 00000000");
-    EXPECT_EQ(Encode(*read), Bytes(parcel));
 }
 
 // The lists of ServiceFilter and DeviceServiceInfo are read without a check:
@@ -259,29 +231,6 @@ TEST(RecordWireTest, PickerResultNeedsAllThreeMembers)
             capture, AbilityFilterFileLine(LOG_INFO, "~PickerResult", "destory: abilityFilter_ = 1, deviceInfo_= 1 ")))
             << c.name;
     }
-}
-
-// PickerResult shares its members; the other records copy their fields.
-TEST(RecordWireTest, PickerResultCopySharesMembers)
-{
-    LogCapture quiet;
-    sptr<PickerResult> original = FillPickerResult();
-    PickerResult copy(*original);
-    EXPECT_EQ(copy.GetDeviceInfo(), original->GetDeviceInfo());
-    EXPECT_EQ(copy.GetAbilityFilter(), original->GetAbilityFilter());
-    EXPECT_EQ(copy.GetLocalDeviceInfo(), original->GetLocalDeviceInfo());
-}
-
-// A heap copy has its own counts: dropping it must leave the source alive.
-TEST(RecordWireTest, HeapCopyHasItsOwnReferenceCount)
-{
-    LogCapture quiet;
-    sptr<DeviceInfo> original = FillDeviceInfo();
-    sptr<DeviceInfo> copy = new DeviceInfo(*original);
-    EXPECT_EQ(copy->GetSptrRefCount(), 1);
-    EXPECT_EQ(original->GetSptrRefCount(), 1);
-    copy = nullptr;
-    CheckDeviceInfo(*original);
 }
 
 }  // namespace

@@ -302,7 +302,8 @@ TEST_F(CrossProcessTest, OneWayCallsAreNotAwaitedAndRunInOrder)
 {
     sptr<IRemoteObject> remote = StartServer();
     ASSERT_NE(remote, nullptr);
-    constexpr int COUNT = 20;
+    // More than the receiver queues before it pauses reading.
+    constexpr int COUNT = 3 * static_cast<int>(Transport::SOFT_INCOMING_LIMIT);
     for (int i = 0; i < COUNT; ++i) {
         MessageParcel data;
         MessageParcel reply;

@@ -2,8 +2,8 @@
 // with TAVIK_TRANSPORT_TEST_HELPER set; the role then runs from static
 // initialisation, before the test framework's main, and never returns.
 // Standard output is the ready pipe: the role writes 'R' once it is set up.
-#include <sys/prctl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -60,6 +60,33 @@ void ReportReady()
     _exit(remote->SendRequest(ECHO, data, reply, option) == IPC_OK ? 1 : 0);
 }
 
+// Connects, takes the server's object and leaves one of its own with the
+// server (HOLD), then waits to be killed.
+[[noreturn]] void HoldAndWait(int32_t systemAbilityId)
+{
+    sptr<IRemoteObject> remote = ConnectSystemAbility(systemAbilityId);
+    if (remote == nullptr) {
+        _exit(2);
+    }
+    MessageOption option = SyncOption();
+    MessageParcel objectData;
+    MessageParcel objectReply;
+    if (remote->SendRequest(GET_OBJECT, objectData, objectReply, option) != IPC_OK) {
+        _exit(2);
+    }
+    sptr<IRemoteObject> theirs = objectReply.ReadRemoteObject();
+    MessageParcel holdData;
+    MessageParcel holdReply;
+    holdData.WriteRemoteObject(sptr<IRemoteObject>(new CallbackStub()));
+    if (theirs == nullptr || remote->SendRequest(HOLD, holdData, holdReply, option) != IPC_OK) {
+        _exit(2);
+    }
+    ReportReady();
+    for (;;) {
+        pause();
+    }
+}
+
 int RunHelperRole()
 {
     const char* role = std::getenv("TAVIK_TRANSPORT_TEST_HELPER");
@@ -73,6 +100,9 @@ int RunHelperRole()
     std::string name(role);
     if (name == "serve") {
         Serve(systemAbilityId);
+    }
+    if (name == "hold-and-wait") {
+        HoldAndWait(systemAbilityId);
     }
     if (name == "connect-as-nobody") {
         ConnectAsNobody(systemAbilityId);

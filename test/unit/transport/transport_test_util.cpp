@@ -105,8 +105,7 @@ CallbackStub::~CallbackStub()
     }
 }
 
-int32_t CallbackStub::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply,
-                                      MessageOption& option)
+int32_t CallbackStub::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option)
 {
     if (code != ECHO) {
         return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
@@ -234,8 +233,15 @@ HelperProcess::~HelperProcess()
 
 void HelperProcess::Signal(int signal)
 {
-    if (pid_ > 0) {
-        kill(pid_, signal);
+    if (pid_ <= 0) {
+        return;
+    }
+    kill(pid_, signal);
+    if (signal == SIGSTOP) {
+        // kill() returns before the helper has actually stopped; a request
+        // sent in between would still be answered.
+        int status = 0;
+        waitpid(pid_, &status, WUNTRACED);
     }
 }
 

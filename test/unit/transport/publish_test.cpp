@@ -1,0 +1,207 @@
+// Runtime directory, socket permissions, publishing and peer credentials.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "ipc_status.h"
+#include "socket_transport.h"
+#include "tralog.h"
+#include "transport_test_util.h"
+
+namespace Tavik {
+namespace TransportTest {
+namespace {
+
+mode_t ModeOf(const std::string& path)
+{
+    struct stat info {};
+    return lstat(path.c_str(), &info) == 0 ? (info.st_mode & 07777) : 0;
+}
+
+bool Exists(const std::string& path)
+{
+    struct stat info {};
+    return lstat(path.c_str(), &info) == 0;
+}
+
+// Sets or clears an environment variable for the scope.
+class ScopedEnv {
+public:
+    ScopedEnv(const char* name, const char* value) : name_(name)
+    {
+        const char* old = std::getenv(name);
+        hadOld_ = old != nullptr;
+        old_ = hadOld_ ? old : "";
+        if (value == nullptr) {
+            unsetenv(name);
+        } else {
+            setenv(name, value, 1);
+        }
+    }
+    ~ScopedEnv()
+    {
+        if (hadOld_) {
+            setenv(name_, old_.c_str(), 1);
+        } else {
+            unsetenv(name_);
+        }
+    }
+
+private:
+    const char* name_;
+    bool hadOld_;
+    std::string old_;
+};
+
+TEST(RuntimeDirectoryTest, ResolutionOrder)
+{
+    struct Case {
+        const char* tavik;
+        const char* xdg;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {"/run/custom", "/run/user/5", "/run/custom"},
+        {"/run/custom", nullptr, "/run/custom"},
+        {"", "/run/user/5", "/run/user/5/tavik"},
+        {nullptr, "/run/user/5", "/run/user/5/tavik"},
+        {nullptr, "", "/tmp/tavik-" + std::to_string(geteuid())},
+        {nullptr, nullptr, "/tmp/tavik-" + std::to_string(geteuid())},
+    };
+    for (const auto& testCase : cases) {
+        ScopedEnv tavik("TAVIK_RUNTIME_DIR", testCase.tavik);
+        ScopedEnv xdg("XDG_RUNTIME_DIR", testCase.xdg);
+        EXPECT_EQ(GetRuntimeDirectory(), testCase.expected)
+            << (testCase.tavik ? testCase.tavik : "(unset)") << " / " << (testCase.xdg ? testCase.xdg : "(unset)");
+    }
+    ScopedEnv tavik("TAVIK_RUNTIME_DIR", "/run/custom");
+    EXPECT_EQ(GetSystemAbilitySocketPath(70635), "/run/custom/sa-70635.sock");
+}
+
+class PublishTest : public ::testing::Test {
+protected:
+    ScopedRuntimeDir dir_;
+    const int32_t id_ = NextSystemAbilityId();
+    sptr<IRemoteObject> service_{new TestService()};
+};
+
+TEST_F(PublishTest, CreatesPrivateDirectoryAndSocketAndRemovesTheSocketOnUnpublish)
+{
+    std::string runtime = dir_.Path() + "/nested";
+    ScopedEnv env("TAVIK_RUNTIME_DIR", runtime.c_str());
+    mode_t oldMask = umask(0);
+    PublishStatus status = PublishSystemAbility(id_, service_);
+    umask(oldMask);
+    ASSERT_EQ(status, PublishStatus::OK);
+    std::string socketPath = GetSystemAbilitySocketPath(id_);
+    EXPECT_EQ(ModeOf(runtime), 0700u);
+    EXPECT_EQ(ModeOf(socketPath), 0600u);
+    struct stat info {};
+    ASSERT_EQ(lstat(socketPath.c_str(), &info), 0);
+    EXPECT_TRUE(S_ISSOCK(info.st_mode));
+
+    EXPECT_TRUE(UnpublishSystemAbility(id_));
+    EXPECT_FALSE(Exists(socketPath));
+    EXPECT_EQ(ConnectSystemAbility(id_), nullptr);
+    EXPECT_FALSE(UnpublishSystemAbility(id_));
+}
+
+TEST_F(PublishTest, TightensAnExistingDirectoryOfOurs)
+{
+    ASSERT_EQ(chmod(dir_.Path().c_str(), 0755), 0);
+    ASSERT_EQ(PublishSystemAbility(id_, service_), PublishStatus::OK);
+    EXPECT_EQ(ModeOf(dir_.Path()), 0700u);
+    EXPECT_TRUE(UnpublishSystemAbility(id_));
+}
+
+TEST_F(PublishTest, RefusesDirectoriesItCannotTrust)
+{
+    std::string other = dir_.Path() + "/other";
+    ASSERT_EQ(mkdir(other.c_str(), 0700), 0);
+    if (geteuid() == 0) {
+        ASSERT_EQ(chown(other.c_str(), 65534, 65534), 0);
+    } else {
+        other = "/";
+    }
+    std::string link = dir_.Path() + "/link";
+    std::string target = dir_.Path() + "/target";
+    ASSERT_EQ(mkdir(target.c_str(), 0700), 0);
+    ASSERT_EQ(symlink(target.c_str(), link.c_str()), 0);
+    std::string file = dir_.Path() + "/file";
+    FILE* handle = std::fopen(file.c_str(), "w");
+    ASSERT_NE(handle, nullptr);
+    std::fclose(handle);
+    std::string tooLong = dir_.Path() + "/" + std::string(120, 'x');
+    std::string noParent = dir_.Path() + "/missing/child";
+
+    for (const std::string& dir : {other, link, file, tooLong, noParent}) {
+        ScopedEnv env("TAVIK_RUNTIME_DIR", dir.c_str());
+        EXPECT_EQ(PublishSystemAbility(id_, service_), PublishStatus::RUNTIME_DIR_UNUSABLE) << dir;
+    }
+}
+
+TEST_F(PublishTest, RefusesBadArguments)
+{
+    EXPECT_EQ(PublishSystemAbility(id_, nullptr), PublishStatus::INVALID_ARGUMENT);
+    EXPECT_EQ(PublishSystemAbility(-1, service_), PublishStatus::INVALID_ARGUMENT);
+    EXPECT_EQ(ConnectSystemAbility(-1), nullptr);
+}
+
+TEST_F(PublishTest, SecondPublicationOfAnIdIsRefused)
+{
+    ASSERT_EQ(PublishSystemAbility(id_, service_), PublishStatus::OK);
+    EXPECT_EQ(PublishSystemAbility(id_, service_), PublishStatus::ALREADY_PUBLISHED);
+    sptr<IRemoteObject> other(new TestService());
+    EXPECT_EQ(PublishSystemAbility(id_, other), PublishStatus::ALREADY_PUBLISHED);
+
+    // The first publication is untouched.
+    sptr<IRemoteObject> remote = ConnectSystemAbility(id_);
+    ASSERT_NE(remote, nullptr);
+    MessageParcel data;
+    MessageParcel reply;
+    MessageOption option = SyncOption();
+    data.WriteInt32(3);
+    EXPECT_EQ(remote->SendRequest(ECHO, data, reply, option), IPC_OK);
+    EXPECT_EQ(reply.ReadInt32(), 3);
+
+    EXPECT_TRUE(UnpublishSystemAbility(id_));
+    EXPECT_EQ(PublishSystemAbility(id_, other), PublishStatus::OK);
+    EXPECT_TRUE(UnpublishSystemAbility(id_));
+}
+
+TEST_F(PublishTest, LiveServerInAnotherProcessBlocksTheIdUntilItDies)
+{
+    HelperProcess helper;
+    ASSERT_TRUE(helper.Start("serve", id_));
+    EXPECT_EQ(PublishSystemAbility(id_, service_), PublishStatus::ALREADY_PUBLISHED);
+    helper.Kill();
+    // Its socket and lock file are left over; they no longer count.
+    EXPECT_TRUE(Exists(GetSystemAbilitySocketPath(id_)));
+    EXPECT_EQ(PublishSystemAbility(id_, service_), PublishStatus::OK);
+    EXPECT_TRUE(UnpublishSystemAbility(id_));
+}
+
+TEST_F(PublishTest, PeersOfAnotherUserAreRefused)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "switching to another user needs root";
+    }
+    ASSERT_EQ(PublishSystemAbility(id_, service_), PublishStatus::OK);
+    // Open the file system path to everyone, so that only the credential
+    // check stands between the other user and the service.
+    ASSERT_EQ(chmod(dir_.Path().c_str(), 0711), 0);
+    ASSERT_EQ(chmod(GetSystemAbilitySocketPath(id_).c_str(), 0666), 0);
+    LogCapture log;
+    HelperProcess helper;
+    ASSERT_TRUE(helper.Start("connect-as-nobody", id_));
+    EXPECT_EQ(helper.Wait(), 0);
+    EXPECT_EQ(log.Count("refused pid"), 1u);
+    EXPECT_TRUE(UnpublishSystemAbility(id_));
+}
+
+}  // namespace
+}  // namespace TransportTest
+}  // namespace Tavik
