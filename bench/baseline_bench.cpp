@@ -137,8 +137,10 @@ void RegisterBaselines()
     benchmark::RegisterBenchmark("baseline/pingpong_poll_epoll/GetTrustedDeviceList_sizes/1024", RawPingPong,
                                  list.request, list.reply, Wait::POLL_AND_EPOLL);
     benchmark::RegisterBenchmark("baseline/memcpy/GetTrustedDeviceList_reply/1024", Memcpy, list.reply);
-    std::fprintf(stderr, "dd_bench: GetDeviceSwitch request %zu B, reply %zu B; GetTrustedDeviceList(1024) request %zu B, reply %zu B\n",
-                 small.request, small.reply, list.request, list.reply);
+    std::fprintf(
+        stderr,
+        "dd_bench: GetDeviceSwitch request %zu B, reply %zu B; GetTrustedDeviceList(1024) request %zu B, reply %zu B\n",
+        small.request, small.reply, list.request, list.reply);
 }
 
 }  // namespace Bench

@@ -110,8 +110,8 @@ void Decode(benchmark::State& state)
     }
 }
 
-#define DD_RECORD_BENCH(Type)                                                     \
-    BENCHMARK_TEMPLATE(Encode, Type)->Name("codec/record/" #Type "/encode");      \
+#define DD_RECORD_BENCH(Type)                                                \
+    BENCHMARK_TEMPLATE(Encode, Type)->Name("codec/record/" #Type "/encode"); \
     BENCHMARK_TEMPLATE(Decode, Type)->Name("codec/record/" #Type "/decode")
 
 DD_RECORD_BENCH(AbilityFilter);

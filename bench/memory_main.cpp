@@ -95,11 +95,12 @@ int main()
             }
         }
         size_t peak = g_peak.load() - before;
-        std::printf("memory/remote/GetTrustedDeviceList/1024 %s call: %zu devices, peak heap %zu B = %.2fx the reply "
-                    "(%zu B); the result itself %zu B, peak above it %.2fx the reply; retained after the call %zd B\n",
-                    round == 0 ? "first" : "second", count, peak, static_cast<double>(peak) / reply, reply, output,
-                    static_cast<double>(peak - output) / reply,
-                    static_cast<ssize_t>(g_live.load()) - static_cast<ssize_t>(before));
+        std::printf(
+            "memory/remote/GetTrustedDeviceList/1024 %s call: %zu devices, peak heap %zu B = %.2fx the reply "
+            "(%zu B); the result itself %zu B, peak above it %.2fx the reply; retained after the call %zd B\n",
+            round == 0 ? "first" : "second", count, peak, static_cast<double>(peak) / reply, reply, output,
+            static_cast<double>(peak - output) / reply,
+            static_cast<ssize_t>(g_live.load()) - static_cast<ssize_t>(before));
     }
     return 0;
 }
