@@ -1,5 +1,6 @@
 #include "device_detect_proxy.h"
 
+#include <algorithm>
 #include <functional>
 #include <initializer_list>
 #include <mutex>
@@ -99,6 +100,11 @@ private:
 void AppendDeviceInfos(MessageParcel& reply, uint32_t count, std::vector<DeviceInfo>& deviceList, const char* method,
                        const char* nullText)
 {
+    // DeviceInfo has no move constructor: growing the vector one record at a
+    // time would copy every string again. A present record takes at least
+    // one int32 of the reply, which bounds what a hostile count reserves.
+    size_t present = std::min<size_t>(count, reply.GetReadableBytes() / sizeof(int32_t));
+    deviceList.reserve(deviceList.size() + present);
     for (uint32_t i = 0; i < count; ++i) {
         sptr<DeviceInfo> deviceInfo = reply.ReadStrongParcelable<DeviceInfo>();
         if (deviceInfo == nullptr) {

@@ -1,0 +1,112 @@
+#!/usr/bin/env bash
+# Builds the benchmarks (preset `bench`: Release, DD_BUILD_BENCH=ON, no tests)
+# and prints the table of medians with the ratios to the baselines.
+#
+#   scripts/bench.sh            5 repetitions, medians, ratios (a few minutes)
+#   scripts/bench.sh --smoke    every benchmark once with a short minimum time;
+#                               fails only when one cannot run, never on timings
+#   scripts/bench.sh -- ARGS    extra Google Benchmark arguments for dd_bench
+#                               (e.g. -- --benchmark_filter=proxy/remote)
+#
+# The raw results of a full run are kept in build/bench/bench.json.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+mode=full
+extra=()
+while [[ $# -gt 0 ]]; do
+    case "$1" in
+        --smoke) mode=smoke ;;
+        --) shift; extra=("$@"); break ;;
+        -h|--help) sed -n '2,12p' "$0"; exit 0 ;;
+        *) echo "bench.sh: unknown argument $1" >&2; exit 2 ;;
+    esac
+    shift
+done
+
+cmake --preset bench >/dev/null
+cmake --build --preset bench -j2
+
+bin=build/bench/bin
+out=build/bench/bench.json
+if [[ $mode == smoke ]]; then
+    "$bin/dd_bench" --benchmark_min_time=0.001 --benchmark_out="$out" --benchmark_out_format=json \
+        "${extra[@]}" >/dev/null
+    "$bin/dd_bench_memory"
+    python3 - "$out" <<'PY'
+import json, sys
+runs = json.load(open(sys.argv[1]))["benchmarks"]
+failed = [r["name"] for r in runs if r.get("error_occurred")]
+for name in failed:
+    print("bench.sh: benchmark failed to run:", name, file=sys.stderr)
+print(f"bench.sh --smoke: {len(runs)} benchmarks ran, {len(failed)} failed")
+sys.exit(1 if failed else 0)
+PY
+    exit $?
+fi
+
+"$bin/dd_bench" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
+    --benchmark_enable_random_interleaving=true --benchmark_min_time=0.3 \
+    --benchmark_out="$out" --benchmark_out_format=json "${extra[@]}" >/dev/null
+memory=$("$bin/dd_bench_memory")
+python3 - "$out" "$memory" <<'PY'
+import json, re, sys
+
+data = json.load(open(sys.argv[1]))
+memory = sys.argv[2]
+med = {}
+extra = {}
+for r in data["benchmarks"]:
+    if r.get("aggregate_name") != "median":
+        continue
+    name = r["run_name"]
+    scale = {"ns": 1e-3, "us": 1.0, "ms": 1e3, "s": 1e6}[r["time_unit"]]
+    med[name] = r["real_time"] * scale  # microseconds
+    extra[name] = r
+
+def find(prefix):
+    hits = [n for n in med if n.startswith(prefix)]
+    return hits[0] if hits else None
+
+print(f"# {data['context']['date']}  {data['context']['num_cpus']} CPUs, load {data['context'].get('load_avg')}")
+print(f"{'benchmark':<72} {'median':>12}")
+for name in sorted(med):
+    r = extra[name]
+    note = ""
+    if "items_per_second" in r:
+        note += f"  {r['items_per_second']:,.0f} calls/s"
+    if "errors" in r:
+        note += f"  errors={r['errors']:.0f}"
+    if "log_lines" in r:
+        note += f"  log_lines={r['log_lines']:.0f}"
+    value = med[name]
+    text = f"{value*1000:.2f} ns" if value < 1 else f"{value:.2f} us"
+    print(f"{name:<72} {text:>12}{note}")
+
+print()
+print("ratios of medians (target in brackets)")
+def ratio(label, num, den, target=None):
+    a, b = find(num), find(den)
+    if a is None or b is None:
+        print(f"  {label}: not measured")
+        return
+    t = f" [<= {target}]" if target else ""
+    print(f"  {label}: {med[a]/med[b]:.2f}x{t}")
+ratio("small call across processes / raw ping-pong", "proxy/remote/GetDeviceSwitch", "baseline/pingpong/GetDeviceSwitch_sizes", 1.3)
+ratio("small call across processes / ping-pong with poll+epoll", "proxy/remote/GetDeviceSwitch", "baseline/pingpong_poll_epoll/GetDeviceSwitch_sizes")
+ratio("1024-device list across processes / raw ping-pong", "proxy/remote/GetTrustedDeviceList/1024", "baseline/pingpong/GetTrustedDeviceList_sizes/1024", 2)
+ratio("1024-device list across processes / ping-pong with poll+epoll", "proxy/remote/GetTrustedDeviceList/1024", "baseline/pingpong_poll_epoll/GetTrustedDeviceList_sizes/1024")
+ratio("1024-device list in process / memcpy of the reply", "proxy/inproc/GetTrustedDeviceList/1024", "baseline/memcpy")
+ratio("1024 DeviceInfo decode / memcpy of the reply", "codec/list/DeviceInfo/decode", "baseline/memcpy")
+ratio("callback latency / raw ping-pong", "proxy/remote/callback_latency", "baseline/pingpong/GetDeviceSwitch_sizes")
+f = find("log/info_below_threshold")
+if f:
+    print(f"  filtered INFO line: {med[f]*1000:.2f} ns [< 5 ns]")
+for key in ("proxy/remote/GetDeviceSwitch_throughput", "proxy/remote/GetDeviceSwitch_2processes"):
+    f = find(key)
+    if f:
+        r = extra[f]
+        print(f"  {key}: {r.get('items_per_second', 0):,.0f} calls/s, errors {r.get('errors', 0):.0f} [>= 20,000 calls/s, 0 errors]")
+print()
+print(memory.strip())
+PY
