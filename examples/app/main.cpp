@@ -114,8 +114,8 @@ int main(int argc, char** argv)
     std::pair<int32_t, uint32_t> registered =
         proxy->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr(), "example", listener);
     if (registered.first != DD_OK) {
-        std::cerr << "RegisterDevChangedCallback failed: " << StatusName(registered.first) << " ("
-                  << registered.first << ")\n";
+        std::cerr << "RegisterDevChangedCallback failed: " << StatusName(registered.first) << " (" << registered.first
+                  << ")\n";
         return 1;
     }
     std::cout << "watching (listener " << registered.second << ") for " << wanted << " events, " << seconds << " s"

@@ -30,11 +30,11 @@ public:
 // The string is never destroyed: the inline function's static may belong to
 // whichever module got there first, and delegators and proxies of other
 // modules still read it during their own static destruction.
-#define DECLARE_INTERFACE_DESCRIPTOR(DESCRIPTOR)                                   \
-    static const std::u16string& GetDescriptor()                                   \
-    {                                                                              \
+#define DECLARE_INTERFACE_DESCRIPTOR(DESCRIPTOR)                                        \
+    static const std::u16string& GetDescriptor()                                        \
+    {                                                                                   \
         static const std::u16string* descriptor_value = new std::u16string(DESCRIPTOR); \
-        return *descriptor_value;                                                  \
+        return *descriptor_value;                                                       \
     }
 
 class BrokerDelegatorBase {

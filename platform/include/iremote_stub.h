@@ -3,8 +3,8 @@
 #ifndef TAVIK_PLATFORM_IREMOTE_STUB_H
 #define TAVIK_PLATFORM_IREMOTE_STUB_H
 
-#include "iremote_broker.h"
 #include "ipc_object_stub.h"
+#include "iremote_broker.h"
 
 namespace Tavik {
 

@@ -30,11 +30,11 @@ public:
     RefCounter(const RefCounter&) = delete;
     RefCounter& operator=(const RefCounter&) = delete;
 
-    int IncStrongRefCount();         // returns the count before the increment
-    int DecStrongRefCount();         // returns the count before the decrement
+    int IncStrongRefCount();  // returns the count before the increment
+    int DecStrongRefCount();  // returns the count before the decrement
     int GetStrongRefCount() const;
-    int IncWeakRefCount();           // returns the count before the increment
-    int DecWeakRefCount();           // returns the count before the decrement
+    int IncWeakRefCount();  // returns the count before the increment
+    int DecWeakRefCount();  // returns the count before the decrement
     int GetWeakRefCount() const;
     // Increments the strong count only if it is above zero.
     bool AttemptIncStrongRef();
@@ -79,7 +79,7 @@ template <typename T>
 class sptr {
 public:
     sptr() = default;
-    sptr(std::nullptr_t) {}  // NOLINT(google-explicit-constructor)
+    sptr(std::nullptr_t) {}       // NOLINT(google-explicit-constructor)
     sptr(T* other) : ptr_(other)  // NOLINT(google-explicit-constructor)
     {
         if (ptr_ != nullptr) {
@@ -193,10 +193,13 @@ template <typename T>
 class wptr {
 public:
     wptr() = default;
-    wptr(T* other) { Assign(other); }  // NOLINT(google-explicit-constructor)
+    wptr(T* other) { Assign(other); }                          // NOLINT(google-explicit-constructor)
     wptr(const sptr<T>& other) { Assign(other.GetRefPtr()); }  // NOLINT(google-explicit-constructor)
     template <typename O>
-    wptr(const sptr<O>& other) { Assign(other.GetRefPtr()); }  // NOLINT(google-explicit-constructor)
+    wptr(const sptr<O>& other)
+    {
+        Assign(other.GetRefPtr());
+    }  // NOLINT(google-explicit-constructor)
     wptr(const wptr& other) : ptr_(other.ptr_), refs_(other.refs_)
     {
         if (refs_ != nullptr) {

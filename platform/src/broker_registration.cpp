@@ -26,8 +26,7 @@ void BrokerRegistration::Unregister(const std::u16string& descriptor)
     creators_.erase(descriptor);
 }
 
-sptr<IRemoteBroker> BrokerRegistration::NewInstance(const std::u16string& descriptor,
-                                                    const sptr<IRemoteObject>& object)
+sptr<IRemoteBroker> BrokerRegistration::NewInstance(const std::u16string& descriptor, const sptr<IRemoteObject>& object)
 {
     if (object == nullptr) {
         return nullptr;

@@ -38,8 +38,7 @@ bool RefCounter::AttemptIncStrongRef()
 {
     int current = strong_.load(std::memory_order_relaxed);
     while (current > 0) {
-        if (strong_.compare_exchange_weak(current, current + 1, std::memory_order_acquire,
-                                          std::memory_order_relaxed)) {
+        if (strong_.compare_exchange_weak(current, current + 1, std::memory_order_acquire, std::memory_order_relaxed)) {
             return true;
         }
     }

@@ -245,7 +245,7 @@ std::string FormatLine(const char* fmt, va_list ap)
             out.append("<private>");
         } else if (written > 0) {
             out.append(buffer, static_cast<size_t>(written) < sizeof(buffer) ? static_cast<size_t>(written)
-                                                                              : sizeof(buffer) - 1);
+                                                                             : sizeof(buffer) - 1);
         }
     }
     return out;

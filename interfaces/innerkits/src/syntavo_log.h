@@ -63,14 +63,14 @@ constexpr FileBase<N> MakeFileBase(const char (&path)[N])
 
 // SYNT_LOG_AT names the function explicitly: the proxy's shared request
 // frame logs on behalf of the method that called it.
-#define SYNT_LOG_AT(label, level, func, fmt, ...)                                                                \
-    do {                                                                                                         \
-        if (::Tavik::IsLogLevelEnabled(level)) {                                                                 \
-            static constexpr auto syntLogFileBase = ::Tavik::Syntavo::LogDetail::MakeFileBase(__FILE__);         \
-            ::Tavik::TralogPrint(::Tavik::LOG_CORE, level, (label).domain, (label).tag,                          \
-                                 "[%{public}s:%{public}d]%{public}s# " fmt, syntLogFileBase.name, __LINE__,      \
-                                 (func), ##__VA_ARGS__);                                                         \
-        }                                                                                                        \
+#define SYNT_LOG_AT(label, level, func, fmt, ...)                                                                   \
+    do {                                                                                                            \
+        if (::Tavik::IsLogLevelEnabled(level)) {                                                                    \
+            static constexpr auto syntLogFileBase = ::Tavik::Syntavo::LogDetail::MakeFileBase(__FILE__);            \
+            ::Tavik::TralogPrint(::Tavik::LOG_CORE, level, (label).domain, (label).tag,                             \
+                                 "[%{public}s:%{public}d]%{public}s# " fmt, syntLogFileBase.name, __LINE__, (func), \
+                                 ##__VA_ARGS__);                                                                    \
+        }                                                                                                           \
     } while (0)
 
 #define SYNT_LOG(label, level, fmt, ...) SYNT_LOG_AT(label, level, __FUNCTION__, fmt, ##__VA_ARGS__)
