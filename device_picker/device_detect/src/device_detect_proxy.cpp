@@ -373,14 +373,18 @@ int32_t DeviceDetectProxy::GetTrustedDeviceListWithDeviceFilter(sptr<DeviceFilte
 
 // --- listeners and callbacks ------------------------------------------------
 
-std::pair<int32_t, uint32_t> DeviceDetectProxy::RegisterDevChangedCallback(sptr<AbilityFilter> abilityFilter,
-                                                                           const std::string& str,
-                                                                           sptr<DeviceChangedCallbackStub> callback)
+namespace {
+
+// The two listener registrations: one shape, two codes, two filter types.
+// Logs on behalf of the calling method, whose name is `method`.
+std::pair<int32_t, uint32_t> RegisterListener(const sptr<IRemoteObject>& remote, const char* method,
+                                              DeviceDetectRequestCode code, const char* startText, const char* endText,
+                                              const sptr<Parcelable>& filter, const std::string& str,
+                                              const sptr<IRemoteObject>& callback)
 {
-    RequestFrame frame(__FUNCTION__, "RegisterDevChangedCallback start");
-    int32_t result = frame.Send(Remote(), DeviceDetectRequestCode::REGISTER_DEV_CHANGED_CALLBACK,
-                                {DD_ERR_WRITE_TOKEN_FAILED, "WriteInterfaceToken failed"},
-                                {{[&](MessageParcel& data) { return data.WriteStrongParcelable(abilityFilter); },
+    RequestFrame frame(method, startText);
+    int32_t result = frame.Send(remote, code, {DD_ERR_WRITE_TOKEN_FAILED, "WriteInterfaceToken failed"},
+                                {{[&](MessageParcel& data) { return data.WriteStrongParcelable(filter); },
                                   {DD_ERR_WRITE_ARG_FAILED, "WriteStrongParcelable failed"}},
                                  {[&](MessageParcel& data) { return data.WriteString(str); },
                                   {DD_ERR_WRITE_PARAM_FAILED, "WriteString failed"}},
@@ -393,47 +397,35 @@ std::pair<int32_t, uint32_t> DeviceDetectProxy::RegisterDevChangedCallback(sptr<
     MessageParcel& reply = frame.Reply();
     int32_t status = 0;
     if (!reply.ReadInt32(status)) {
-        SYNT_LOGE(DEVICE_DETECT_LABEL, "ReadInt32 failed");
+        SYNT_LOG_AT(DEVICE_DETECT_LABEL, LOG_ERROR, method, "ReadInt32 failed");
         return {DD_ERR_READ_REPLY_FAILED, 0};
     }
     uint32_t listenerId = 0;
     if (!reply.ReadUint32(listenerId)) {
-        SYNT_LOGE(DEVICE_DETECT_LABEL, "ReadUint32 failed");
+        SYNT_LOG_AT(DEVICE_DETECT_LABEL, LOG_ERROR, method, "ReadUint32 failed");
         return {DD_ERR_READ_REPLY_FAILED, 0};
     }
-    SYNT_LOGI(DEVICE_DETECT_LABEL, "RegisterDevChangedCallback end");
+    SYNT_LOG_AT(DEVICE_DETECT_LABEL, LOG_INFO, method, "%{public}s", endText);
     return {status, listenerId};
+}
+
+}  // namespace
+
+std::pair<int32_t, uint32_t> DeviceDetectProxy::RegisterDevChangedCallback(sptr<AbilityFilter> abilityFilter,
+                                                                           const std::string& str,
+                                                                           sptr<DeviceChangedCallbackStub> callback)
+{
+    return RegisterListener(Remote(), __FUNCTION__, DeviceDetectRequestCode::REGISTER_DEV_CHANGED_CALLBACK,
+                            "RegisterDevChangedCallback start", "RegisterDevChangedCallback end", abilityFilter, str,
+                            callback);
 }
 
 std::pair<int32_t, uint32_t> DeviceDetectProxy::RegisterCallbackWithServiceFilter(
     sptr<ServiceFilter> serviceFilter, const std::string& str, sptr<DeviceChangedCallbackStub> callback)
 {
-    RequestFrame frame(__FUNCTION__, "RegisterCallbackWithServiceFilter start");
-    int32_t result = frame.Send(Remote(), DeviceDetectRequestCode::REGISTER_CALLBACK_WITH_SERVICE_FILTER,
-                                {DD_ERR_WRITE_TOKEN_FAILED, "WriteInterfaceToken failed"},
-                                {{[&](MessageParcel& data) { return data.WriteStrongParcelable(serviceFilter); },
-                                  {DD_ERR_WRITE_ARG_FAILED, "WriteStrongParcelable failed"}},
-                                 {[&](MessageParcel& data) { return data.WriteString(str); },
-                                  {DD_ERR_WRITE_PARAM_FAILED, "WriteString failed"}},
-                                 {[&](MessageParcel& data) { return data.WriteRemoteObject(callback); },
-                                  {DD_ERR_WRITE_OBJECT_FAILED, "WriteRemoteObject failed"}}},
-                                {DD_ERR_SEND_REQUEST_FAILED, "SendRequest failed"});
-    if (result != DD_OK) {
-        return {result, 0};
-    }
-    MessageParcel& reply = frame.Reply();
-    int32_t status = 0;
-    if (!reply.ReadInt32(status)) {
-        SYNT_LOGE(DEVICE_DETECT_LABEL, "ReadInt32 failed");
-        return {DD_ERR_READ_REPLY_FAILED, 0};
-    }
-    uint32_t listenerId = 0;
-    if (!reply.ReadUint32(listenerId)) {
-        SYNT_LOGE(DEVICE_DETECT_LABEL, "ReadUint32 failed");
-        return {DD_ERR_READ_REPLY_FAILED, 0};
-    }
-    SYNT_LOGI(DEVICE_DETECT_LABEL, "RegisterCallbackWithServiceFilter end");
-    return {status, listenerId};
+    return RegisterListener(Remote(), __FUNCTION__, DeviceDetectRequestCode::REGISTER_CALLBACK_WITH_SERVICE_FILTER,
+                            "RegisterCallbackWithServiceFilter start", "RegisterCallbackWithServiceFilter end",
+                            serviceFilter, str, callback);
 }
 
 int32_t DeviceDetectProxy::UnregisterDevChangedCallback(uint32_t listenerId)
