@@ -14,6 +14,7 @@
 #include "control_client.h"
 #include "device_detect_proxy.h"
 #include "device_detect_request_code.h"
+#include "device_detect_status.h"
 #include "process_util.h"
 #include "service_filter.h"
 #include "sim_status.h"
@@ -243,6 +244,29 @@ TEST_F(IntegrationTest, ServiceKilledAndRestarted)
     devices.clear();
     EXPECT_EQ(second->GetTrustedDeviceList("", devices), 0);
     EXPECT_EQ(devices.size(), 5u);
+}
+
+TEST_F(IntegrationTest, StoppedServiceFailsTheCallAtItsWaitTime)
+{
+    sptr<DeviceDetectProxy> proxy = DeviceDetectProxy::GetInstance();
+    ASSERT_NE(proxy, nullptr);
+    ASSERT_GE(proxy->GetDeviceSwitch("udid-tv-0001"), 0);
+
+    kill(daemon_->Pid(), SIGSTOP);
+    int status = 0;
+    waitpid(daemon_->Pid(), &status, WUNTRACED);
+    auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(proxy->GetDeviceSwitch("udid-tv-0001"), Tavik::Syntavo::DD_ERR_SEND_REQUEST_FAILED);
+    auto waited = std::chrono::steady_clock::now() - begin;
+    kill(daemon_->Pid(), SIGCONT);
+    // The request's wait time is 8 s: the call neither hangs nor gives up
+    // long before it.
+    EXPECT_GE(waited, std::chrono::seconds(7));
+    EXPECT_LT(waited, std::chrono::seconds(30));
+    // A stopped service is not a dead one: the connection stays and the next
+    // call is answered.
+    EXPECT_EQ(DeviceDetectProxy::GetInstance(), proxy);
+    EXPECT_GE(proxy->GetDeviceSwitch("udid-tv-0001"), 0);
 }
 
 TEST_F(IntegrationTest, DaemonStartAndStopRules)
