@@ -531,42 +531,46 @@ int32_t DeviceDetectProxy::GetDeviceSwitch(std::string deviceId)
     return deviceStatus;
 }
 
-bool DeviceDetectProxy::GetIsSameDeviceAccount(std::string& networkId)
+namespace {
+
+// The two yes/no questions about a device: one shape, two codes. Every
+// failure is a plain false. Logs on behalf of `method`; the success line is
+// "<answerName>:<0 or 1>".
+bool AskYesNo(const sptr<IRemoteObject>& remote, const char* method, DeviceDetectRequestCode code,
+              const char* entryText, const char* tokenText, const char* readText, const char* answerName,
+              const std::string& networkId)
 {
-    RequestFrame frame(__FUNCTION__, "GetIsSameDeviceAccount with deviceId enter");
+    RequestFrame frame(method, entryText);
     int32_t result = frame.Send(
-        Remote(), DeviceDetectRequestCode::GET_IS_SAME_DEVICE_ACCOUNT, {DD_FAILED, "GetIsSameDeviceAccount failed"},
+        remote, code, {DD_FAILED, tokenText},
         {{[&](MessageParcel& data) { return data.WriteString(networkId); }, {DD_FAILED, "WriteNetworkId failed"}}},
         {DD_FAILED, "SendRequest failed"});
     if (result != DD_OK) {
         return false;
     }
-    bool sameAccount = false;
-    if (!frame.Reply().ReadBool(sameAccount)) {
-        SYNT_LOGE(DEVICE_DETECT_LABEL, "Readint32 failed");
+    bool answer = false;
+    if (!frame.Reply().ReadBool(answer)) {
+        SYNT_LOG_AT(DEVICE_DETECT_LABEL, LOG_ERROR, method, "%{public}s", readText);
         return false;
     }
-    SYNT_LOGI(DEVICE_DETECT_LABEL, "DeviceAccount:%{public}d", sameAccount ? 1 : 0);
-    return sameAccount;
+    SYNT_LOG_AT(DEVICE_DETECT_LABEL, LOG_INFO, method, "%{public}s:%{public}d", answerName, answer ? 1 : 0);
+    return answer;
+}
+
+}  // namespace
+
+bool DeviceDetectProxy::GetIsSameDeviceAccount(std::string& networkId)
+{
+    return AskYesNo(Remote(), __FUNCTION__, DeviceDetectRequestCode::GET_IS_SAME_DEVICE_ACCOUNT,
+                    "GetIsSameDeviceAccount with deviceId enter", "GetIsSameDeviceAccount failed", "Readint32 failed",
+                    "DeviceAccount", networkId);
 }
 
 bool DeviceDetectProxy::GetIsNextTypeDevice(std::string& networkId)
 {
-    RequestFrame frame(__FUNCTION__, "GetIsNextTypeDevice with deviceId enter");
-    int32_t result = frame.Send(
-        Remote(), DeviceDetectRequestCode::GET_IS_NEXT_TYPE_DEVICE, {DD_FAILED, "GetIsNextTypeDevice failed"},
-        {{[&](MessageParcel& data) { return data.WriteString(networkId); }, {DD_FAILED, "WriteNetworkId failed"}}},
-        {DD_FAILED, "SendRequest failed"});
-    if (result != DD_OK) {
-        return false;
-    }
-    bool nextType = false;
-    if (!frame.Reply().ReadBool(nextType)) {
-        SYNT_LOGE(DEVICE_DETECT_LABEL, "ReadUint32 failed");
-        return false;
-    }
-    SYNT_LOGI(DEVICE_DETECT_LABEL, "IsNextTypeDevice:%{public}d", nextType ? 1 : 0);
-    return nextType;
+    return AskYesNo(Remote(), __FUNCTION__, DeviceDetectRequestCode::GET_IS_NEXT_TYPE_DEVICE,
+                    "GetIsNextTypeDevice with deviceId enter", "GetIsNextTypeDevice failed", "ReadUint32 failed",
+                    "IsNextTypeDevice", networkId);
 }
 
 void DeviceDetectProxy::GetBindKeymouseServiceReq(bool bindKeymouseService)
