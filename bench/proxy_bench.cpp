@@ -18,6 +18,7 @@
 #include "embedded_service.h"
 #include "message_option.h"
 #include "message_parcel.h"
+#include "simulator.h"
 #include "socket_transport.h"
 #include "tralog.h"
 
@@ -94,6 +95,32 @@ void StubList(benchmark::State& state)
     }
 }
 BENCHMARK(StubList)->Name("service/stub/GetTrustedDeviceList")->Arg(1024);
+
+// The same after every change of the world: the list is encoded afresh (the
+// stub keeps the encoded reply only for as long as the world stays as it was).
+void StubListAfterChange(benchmark::State& state)
+{
+    Sim::EmbeddedService service(MakeWorld(static_cast<size_t>(state.range(0))));
+    sptr<IRemoteObject> stub = service.Object();
+    std::string detail;
+    bool on = false;
+    for (auto _ : state) {
+        on = !on;
+        service.GetSimulator()->SetDynamicInfo(SWITCH_ID, "bench", on ? "1" : "0", detail);
+        MessageParcel data;
+        MessageParcel reply;
+        MessageOption option;
+        data.WriteInterfaceToken(Descriptor::DEVICE_DETECT);
+        data.WriteString("");
+        if (stub->SendRequest(static_cast<uint32_t>(DeviceDetectRequestCode::GET_TRUSTED_DEVICE_LIST), data, reply,
+                              option) != 0) {
+            state.SkipWithError("SendRequest failed");
+            break;
+        }
+        benchmark::DoNotOptimize(reply.GetData());
+    }
+}
+BENCHMARK(StubListAfterChange)->Name("service/stub/GetTrustedDeviceList_after_change")->Arg(1024);
 
 void RemoteSwitch(benchmark::State& state)
 {
@@ -224,6 +251,8 @@ void RemoteProcesses(benchmark::State& state)
     }
     self[length] = '\0';
     int64_t errors = 0;
+    // Made before fork: the child only execs.
+    const std::string count = std::to_string(calls);
     for (auto _ : state) {
         double slowest = 0;
         int pipes[2][2];
@@ -236,7 +265,6 @@ void RemoteProcesses(benchmark::State& state)
             pids[i] = fork();
             if (pids[i] == 0) {
                 dup2(pipes[i][1], STDOUT_FILENO);
-                std::string count = std::to_string(calls);
                 execl(self, self, "--worker", count.c_str(), static_cast<char*>(nullptr));
                 _exit(127);
             }

@@ -1,14 +1,21 @@
 // Intrusive reference counting: RefBase, sptr and wptr.
 //
-// Every RefBase owns a separately allocated RefCounter that holds the strong
-// and weak counts. The object is deleted when its strong count drops from 1
-// to 0; the counter block lives on while any wptr still refers to it, so a
+// A RefBase keeps its strong count in the object itself until the first wptr
+// (or GetRefCounter) asks for a counter block: only then is a RefCounter
+// allocated, the count moved into it, and the object switched over to it for
+// good. The block outlives the object while any wptr still refers to it, so a
 // wptr can always ask "is the object still alive?" without touching freed
-// memory.
+// memory. Objects that are never weakly referenced (records held by value or
+// by sptr alone) cost no allocation besides their own.
 //
-// Thread-safety: the counts are atomics; sptr/wptr instances themselves are
-// not synchronised (like std::shared_ptr, one instance must not be written
-// and read by two threads at once).
+// The object is deleted when its strong count drops from 1 to 0.
+//
+// Thread-safety: the counts are atomics, and the switch to the block is one
+// compare-and-swap on the same word that holds the embedded count, so a
+// concurrent increment or decrement lands either before the switch (and is
+// carried into the block) or after it (and goes to the block). sptr/wptr
+// instances themselves are not synchronised (like std::shared_ptr, one
+// instance must not be written and read by two threads at once).
 //
 // Weak promotion (wptr::promote) succeeds only while the strong count is
 // above zero: it uses a compare-and-swap loop, so once the last strong
@@ -18,6 +25,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <new>
 #include <utility>
@@ -27,6 +35,8 @@ namespace Tavik {
 class RefCounter {
 public:
     RefCounter() = default;
+    // A block taking over an object's embedded strong count.
+    explicit RefCounter(int strong) : strong_(strong) {}
     RefCounter(const RefCounter&) = delete;
     RefCounter& operator=(const RefCounter&) = delete;
 
@@ -40,6 +50,8 @@ public:
     bool AttemptIncStrongRef();
 
 private:
+    friend class RefBase;
+
     std::atomic<int> strong_{0};
     // One weak reference is held on behalf of the object itself until it is
     // destroyed; the block is freed when the weak count reaches zero.
@@ -49,7 +61,7 @@ private:
 class RefBase {
 public:
     RefBase();
-    // Copies share no counts: a copied object starts with its own counter.
+    // Copies share no counts: a copied object starts with its own count.
     RefBase(const RefBase&);
     RefBase& operator=(const RefBase&);
     RefBase(RefBase&&) = delete;
@@ -61,14 +73,24 @@ public:
     bool AttemptIncStrongRef(const void* objectId = nullptr);
     int GetSptrRefCount() const;
     int GetWptrRefCount() const;
-    RefCounter* GetRefCounter() const { return refs_; }
+    // The counter block, allocated on first use; from then on it holds the
+    // object's counts.
+    RefCounter* GetRefCounter() const;
 
     // Hooks for subclasses; called on the thread that makes the transition.
     virtual void OnFirstStrongRef(const void* objectId);
     virtual void OnLastStrongRef(const void* objectId);
 
 private:
-    RefCounter* refs_;
+    // Either the embedded strong count, tagged (count << 1 | EMBEDDED), or
+    // the address of the RefCounter that holds the counts (never tagged: a
+    // RefCounter is aligned).
+    static constexpr uintptr_t EMBEDDED = 1;
+    static constexpr uintptr_t ONE_STRONG = 2;
+    static bool IsEmbedded(uintptr_t state) { return (state & EMBEDDED) != 0; }
+    static RefCounter* Block(uintptr_t state) { return reinterpret_cast<RefCounter*>(state); }
+
+    mutable std::atomic<uintptr_t> state_;
 };
 
 template <typename T>

@@ -140,9 +140,12 @@ bool Parcel::WriteRaw(const void* data, size_t size)
     if (padded > maxCapacity_ - data_.size()) {
         return false;
     }
-    const auto* bytes = static_cast<const uint8_t*>(data);
-    data_.insert(data_.end(), bytes, bytes + size);
-    data_.resize(data_.size() + (padded - size), 0);
+    // One resize: the padding comes out of it as zeros.
+    size_t start = data_.size();
+    data_.resize(start + padded);
+    if (size > 0) {
+        std::memcpy(data_.data() + start, data, size);
+    }
     return true;
 }
 
@@ -190,10 +193,11 @@ bool Parcel::WriteString(const std::string& value)
         return false;
     }
     auto length = static_cast<int32_t>(value.size());
-    WriteRaw(&length, sizeof(length));
     size_t start = data_.size();
-    data_.resize(start + PadSize(value.size() + 1), 0);
-    std::memcpy(data_.data() + start, value.data(), value.size());
+    // The terminator and the padding come out of the resize as zeros.
+    data_.resize(start + total);
+    std::memcpy(data_.data() + start, &length, sizeof(length));
+    std::memcpy(data_.data() + start + sizeof(length), value.data(), value.size());
     return true;
 }
 
@@ -372,7 +376,14 @@ bool Parcel::ReadString(std::string& value)
         readPos_ = start;
         return false;
     }
-    value.assign(reinterpret_cast<const char*>(bytes), static_cast<size_t>(length));
+    const auto* text = reinterpret_cast<const char*>(bytes);
+    if (value.capacity() >= static_cast<size_t>(length)) {
+        value.assign(text, static_cast<size_t>(length));
+    } else {
+        // A new string is allocated to its size; growing `value` would
+        // round its capacity up (to twice the short-string buffer at least).
+        value = std::string(text, static_cast<size_t>(length));
+    }
     ReadRaw(static_cast<size_t>(length) + 1);
     return true;
 }

@@ -8,18 +8,20 @@
 // Replies follow the request table. A request whose reply has a status
 // field gets the SimStatus there; one without (the lists, the records, the
 // bools) makes OnRemoteRequest return the SimStatus instead, and the caller
-// sees its send fail. Stateless apart from its collaborators; any thread.
+// sees its send fail. Stateless apart from its collaborators and the cached
+// list below; any thread.
 //
 // Unlike a plain local stub it accepts death recipients: clients in the same
 // process attach one when they look the service up, and Stop() tells them
 // the service is gone, as a daemon's exit would.
 //
-// Unlike a plain local stub it accepts death recipients: clients in the same
-// process attach one when they look the service up, and Stop() tells them
-// the service is gone, as a daemon's exit would.
+// The reply of the plain trusted-device list is kept encoded for the world
+// version it was built from (Simulator::WorldVersion), so repeated queries
+// of an unchanged world copy bytes instead of encoding every device again.
 #ifndef SYNTAVO_SIM_SERVICE_STUB_H
 #define SYNTAVO_SIM_SERVICE_STUB_H
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -73,6 +75,11 @@ private:
 
     std::shared_ptr<Simulator> simulator_;
     sptr<IPCObjectStub> control_;
+    std::mutex listCacheMutex_;
+    // The encoded reply of GetTrustedDeviceList and the world version it
+    // shows; null until the first query.
+    std::shared_ptr<const std::vector<uint8_t>> listCache_;
+    uint64_t listCacheVersion_ = 0;
     std::mutex recipientsMutex_;
     std::vector<sptr<DeathRecipient>> recipients_;
 };

@@ -14,6 +14,7 @@
 #ifndef SYNTAVO_SIM_SIMULATOR_H
 #define SYNTAVO_SIM_SIMULATOR_H
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -83,6 +84,12 @@ public:
     LocalDevice Local() const;
     // Online and ready devices, in world order.
     std::vector<Device> OnlineDevices() const;
+    // The same, with the world version they were taken at.
+    std::vector<Device> OnlineDevices(uint64_t& version) const;
+    // A number that changes whenever the world does (a device added,
+    // removed, switched or edited, a world loaded); lets a reader keep what
+    // it derived from the world until then.
+    uint64_t WorldVersion() const { return worldVersion_.load(std::memory_order_acquire); }
     // Online devices that pass at least one filter, each with the abilities
     // that passed; see AbilityPasses. Null filters are skipped.
     std::vector<AbilityMatch> DevicesWithAbilities(const std::vector<sptr<AbilityFilter>>& filters) const;
@@ -175,9 +182,13 @@ private:
     // Under mutex_: the callbacks for one device's change of state.
     void DeviceEventsLocked(const Device& device, DeviceState from, DeviceState to, Notifications& out);
     static void Run(Notifications& notifications);
+    // Under mutex_: the world for changing it. Every change goes through
+    // here, so that WorldVersion moves with it.
+    World& ChangeWorldLocked();
 
     mutable std::mutex mutex_;
     World world_;
+    std::atomic<uint64_t> worldVersion_{0};
     uint32_t nextListenerId_ = 1;
     std::vector<Listener> listeners_;
     std::vector<DetectSession> detectSessions_;

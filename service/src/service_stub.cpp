@@ -185,7 +185,28 @@ int32_t DeviceDetectServiceStub::GetTrustedDeviceList(MessageParcel& data, Messa
     if (!data.ReadString(extra)) {
         return SIM_ERR_INVALID_ARGUMENT;
     }
-    return WriteDeviceList(reply, simulator_->OnlineDevices());
+    uint64_t version = simulator_->WorldVersion();
+    std::shared_ptr<const std::vector<uint8_t>> encoded;
+    {
+        std::lock_guard<std::mutex> lock(listCacheMutex_);
+        if (listCache_ != nullptr && listCacheVersion_ == version) {
+            encoded = listCache_;
+        }
+    }
+    if (encoded == nullptr) {
+        std::vector<Device> devices = simulator_->OnlineDevices(version);
+        MessageParcel list;
+        int32_t status = WriteDeviceList(list, devices);
+        if (status != SIM_OK) {
+            return status;
+        }
+        encoded = std::make_shared<const std::vector<uint8_t>>(list.GetData(), list.GetData() + list.GetDataSize());
+        std::lock_guard<std::mutex> lock(listCacheMutex_);
+        listCache_ = encoded;
+        listCacheVersion_ = version;
+    }
+    // The bytes WriteDeviceList puts in a reply, copied in one go.
+    return reply.WriteBuffer(encoded->data(), encoded->size()) ? SIM_OK : SIM_ERR_REPLY_WRITE_FAILED;
 }
 
 int32_t DeviceDetectServiceStub::GetTrustedDeviceListWithAbilityFilter(MessageParcel& data, MessageParcel& reply)

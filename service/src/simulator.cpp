@@ -251,7 +251,14 @@ LocalDevice Simulator::Local() const
 
 std::vector<Device> Simulator::OnlineDevices() const
 {
+    uint64_t version = 0;
+    return OnlineDevices(version);
+}
+
+std::vector<Device> Simulator::OnlineDevices(uint64_t& version) const
+{
     std::lock_guard<std::mutex> lock(mutex_);
+    version = worldVersion_.load(std::memory_order_relaxed);
     std::vector<Device> result;
     for (const Device& device : world_.devices) {
         if (device.IsOnline()) {
@@ -817,6 +824,14 @@ void Simulator::DeviceEventsLocked(const Device& device, DeviceState from, Devic
     }
 }
 
+World& Simulator::ChangeWorldLocked()
+{
+    // release: a reader that sees the new version and then takes the lock
+    // finds the changed world.
+    worldVersion_.fetch_add(1, std::memory_order_release);
+    return world_;
+}
+
 void Simulator::Run(Notifications& notifications)
 {
     for (const auto& notify : notifications) {
@@ -834,7 +849,7 @@ int32_t Simulator::SetDeviceState(const std::string& id, DeviceState state, std:
             detail = "no device with udid or network id \"" + id + "\"";
             return SIM_ERR_NO_SUCH_DEVICE;
         }
-        Device& device = world_.devices[static_cast<size_t>(index)];
+        Device& device = ChangeWorldLocked().devices[static_cast<size_t>(index)];
         DeviceState from = device.state;
         device.state = state;
         DeviceEventsLocked(device, from, state, notes);
@@ -865,7 +880,7 @@ int32_t Simulator::AddDevice(const Device& device, std::string& detail)
             detail = "the world already holds " + std::to_string(MAX_DEVICES) + " devices";
             return SIM_ERR_WORLD_FULL;
         }
-        world_.devices.push_back(device);
+        ChangeWorldLocked().devices.push_back(device);
         DeviceEventsLocked(device, DeviceState::OFFLINE, device.state, notes);
         detail = "added " + Describe(device) + ", " + DeviceStateToString(device.state) + Sent(notes.size());
     }
@@ -884,8 +899,9 @@ int32_t Simulator::RemoveDevice(const std::string& id, std::string& detail)
             detail = "no device with udid or network id \"" + id + "\"";
             return SIM_ERR_NO_SUCH_DEVICE;
         }
-        Device device = world_.devices[static_cast<size_t>(index)];
-        world_.devices.erase(world_.devices.begin() + index);
+        World& world = ChangeWorldLocked();
+        Device device = world.devices[static_cast<size_t>(index)];
+        world.devices.erase(world.devices.begin() + index);
         DeviceEventsLocked(device, device.state, DeviceState::OFFLINE, notes);
         detail = "removed " + Describe(device) + Sent(notes.size());
     }
@@ -907,7 +923,7 @@ int32_t Simulator::SetDynamicInfo(const std::string& id, const std::string& key,
         detail = "the key must not be empty";
         return SIM_ERR_INVALID_ARGUMENT;
     }
-    Device& device = world_.devices[static_cast<size_t>(index)];
+    Device& device = ChangeWorldLocked().devices[static_cast<size_t>(index)];
     device.dynamicInfo[key] = value;
     detail = Describe(device) + ": " + key + " = " + value;
     return SIM_OK;
@@ -1036,7 +1052,7 @@ int32_t Simulator::SendDetectEvent(const std::string& id, int32_t event, std::st
 int32_t Simulator::LoadWorld(const World& world, std::string& detail)
 {
     std::lock_guard<std::mutex> lock(mutex_);
-    world_ = world;
+    ChangeWorldLocked() = world;
     detail = "loaded a world of " + std::to_string(world_.devices.size()) + " devices";
     return SIM_OK;
 }

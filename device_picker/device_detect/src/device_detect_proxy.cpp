@@ -8,6 +8,7 @@
 
 #include "device_detect_request_code.h"
 #include "device_detect_status.h"
+#include "device_info_reader.h"
 #include "ipc_status.h"
 #include "message_option.h"
 #include "syntavo_log.h"
@@ -93,25 +94,23 @@ private:
     MessageOption option_{MessageOption::TF_SYNC, REQUEST_WAIT_SECONDS};
 };
 
-// Reads count DeviceInfo records in strong-parcelable form and appends a
-// copy of each to deviceList. An absent record is logged and skipped; a
-// reply that ends early reads as absent records. count is bounded by the
-// caller, so a hostile count costs at most MAX_DEVICE_NUM cheap reads.
+// Reads count DeviceInfo records in strong-parcelable form and appends each
+// to deviceList. An absent record is logged and skipped; a reply that ends
+// early reads as absent records. count is bounded by the caller, so a
+// hostile count costs at most MAX_DEVICE_NUM cheap reads.
 void AppendDeviceInfos(MessageParcel& reply, uint32_t count, std::vector<DeviceInfo>& deviceList, const char* method,
                        const char* nullText)
 {
-    // DeviceInfo has no move constructor: growing the vector one record at a
-    // time would copy every string again. A present record takes at least
-    // one int32 of the reply, which bounds what a hostile count reserves.
-    size_t present = std::min<size_t>(count, reply.GetReadableBytes() / sizeof(int32_t));
+    // Records are built in place, so the vector must not grow under them:
+    // growing copies every record (DeviceInfo has no move constructor). A
+    // present record takes at least its int32 presence value of the reply,
+    // which bounds what a hostile count reserves.
+    size_t present = std::min<size_t>(count, reply.GetReadableBytes() / MIN_RECORD_BYTES);
     deviceList.reserve(deviceList.size() + present);
     for (uint32_t i = 0; i < count; ++i) {
-        sptr<DeviceInfo> deviceInfo = reply.ReadStrongParcelable<DeviceInfo>();
-        if (deviceInfo == nullptr) {
+        if (!AppendDeviceInfo(reply, deviceList)) {
             SYNT_LOG_AT(DEVICE_DETECT_LABEL, LOG_ERROR, method, "%{public}s", nullText);
-            continue;
         }
-        deviceList.push_back(*deviceInfo);
     }
 }
 

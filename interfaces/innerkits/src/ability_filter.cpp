@@ -13,6 +13,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "device_info_reader.h"
 #include "syntavo_log.h"
 
 namespace Tavik {
@@ -59,6 +60,19 @@ int IsNull(const sptr<T>& member)
 // ---------------------------------------------------------------------------
 // DeviceInfo
 
+namespace {
+
+// The destructor's line; AppendDeviceInfo writes it too, for the decoded
+// record it no longer makes.
+void LogDeviceInfoDestroyed(const std::string& networkId, const std::string& deviceName, uint32_t deviceType)
+{
+    SYNT_LOG_AT(CLIENT_LABEL, LOG_INFO, "~DeviceInfo",
+                "destory:device = %{public}s, deviceName= %{public}s, deviceType = %{public}u",
+                PickerResult::StringToAnonymous(networkId).c_str(), deviceName.c_str(), deviceType);
+}
+
+}  // namespace
+
 DeviceInfo::DeviceInfo(std::string udid, std::string networkId, std::string deviceName, uint32_t deviceType)
     : udid_(std::move(udid)),
       networkId_(std::move(networkId)),
@@ -71,8 +85,7 @@ DeviceInfo::DeviceInfo(std::string udid, std::string networkId, std::string devi
 
 DeviceInfo::~DeviceInfo()
 {
-    SYNT_LOGI(CLIENT_LABEL, "destory:device = %{public}s, deviceName= %{public}s, deviceType = %{public}u",
-              PickerResult::StringToAnonymous(networkId_).c_str(), deviceName_.c_str(), deviceType_);
+    LogDeviceInfoDestroyed(networkId_, deviceName_, deviceType_);
 }
 
 bool DeviceInfo::Marshalling(Parcel& parcel) const
@@ -98,7 +111,11 @@ sptr<DeviceInfo> DeviceInfo::Unmarshalling(Parcel& parcel)
     std::string networkId = parcel.ReadString();
     std::string deviceName = parcel.ReadString();
     uint32_t deviceType = parcel.ReadUint32();
-    sptr<DeviceInfo> info = new (std::nothrow) DeviceInfo(udid, networkId, deviceName, deviceType);
+    // The arguments are moved only once the allocation has succeeded (a
+    // failed non-throwing new constructs nothing), so the line below still
+    // prints what was read.
+    sptr<DeviceInfo> info =
+        new (std::nothrow) DeviceInfo(std::move(udid), std::move(networkId), std::move(deviceName), deviceType);
     if (info == nullptr) {
         SYNT_LOGE(CLIENT_LABEL,
                   "new DeviceInfo failed, udid:%{public}s, networkId:%{public}s, deviceName:%{public}s,"
@@ -107,6 +124,23 @@ sptr<DeviceInfo> DeviceInfo::Unmarshalling(Parcel& parcel)
         return nullptr;
     }
     return info;
+}
+
+bool AppendDeviceInfo(Parcel& parcel, std::vector<DeviceInfo>& list)
+{
+    if (parcel.ReadInt32() == 0) {
+        return false;
+    }
+    std::string udid = parcel.ReadString();
+    std::string networkId = parcel.ReadString();
+    std::string deviceName = parcel.ReadString();
+    uint32_t deviceType = parcel.ReadUint32();
+    const DeviceInfo& info =
+        list.emplace_back(std::move(udid), std::move(networkId), std::move(deviceName), deviceType);
+    if (IsLogLevelEnabled(LOG_INFO)) {
+        LogDeviceInfoDestroyed(info.GetDeviceNetworkId(), info.GetDeviceName(), info.GetDeviceType());
+    }
+    return true;
 }
 
 // ---------------------------------------------------------------------------

@@ -54,7 +54,11 @@ struct Connection::PendingCall {
     // IPC_OK when the reply arrived, else why the call ended.
     int32_t transportStatus = IPC_OK;
     int32_t remoteStatus = IPC_OK;
-    std::vector<uint8_t> data;
+    // The caller's reply parcel: the reader copies the reply's data straight
+    // from its input buffer into it (the caller is blocked until done).
+    MessageParcel* reply = nullptr;
+    // Bytes of a reply that the reply parcel refused, else 0.
+    size_t refusedSize = 0;
     std::vector<sptr<IRemoteObject>> objects;
 };
 
@@ -64,8 +68,8 @@ struct Connection::IncomingCall {
     uint64_t callId = 0;
     uint32_t code = 0;
     uint32_t flags = 0;
-    std::vector<uint8_t> data;
-    std::vector<sptr<IRemoteObject>> objects;
+    // The request, with its object table, as the target will read it.
+    MessageParcel data;
 };
 
 // What one stint of holding the read role produced.
@@ -154,6 +158,7 @@ int32_t Connection::Transact(uint32_t target, uint32_t code, MessageParcel& data
     header.length = static_cast<uint32_t>(size + entries.size() * sizeof(ObjectEntry));
 
     PendingCall call;
+    call.reply = &reply;
     if (!oneWay) {
         std::lock_guard<std::mutex> lock(mu_);
         if (!closed_) {
@@ -184,8 +189,8 @@ int32_t Connection::Transact(uint32_t target, uint32_t code, MessageParcel& data
     if (status != IPC_OK) {
         return status;
     }
-    if (!reply.ParseFrom(call.data.data(), call.data.size())) {
-        TRANSPORT_LOGW("reply of %{public}zu bytes exceeds the reply parcel's capacity", call.data.size());
+    if (call.refusedSize != 0) {
+        TRANSPORT_LOGW("reply of %{public}zu bytes exceeds the reply parcel's capacity", call.refusedSize);
         return IPC_ERR_TOO_LARGE;
     }
     reply.SetObjects(std::move(call.objects));
@@ -257,10 +262,8 @@ void Connection::Dispatch(const std::shared_ptr<IncomingCall>& call)
 
 void Connection::RunIncoming(IncomingCall& call)
 {
-    MessageParcel data;
+    MessageParcel& data = call.data;
     MessageParcel reply;
-    data.ParseFrom(call.data.data(), call.data.size());
-    data.SetObjects(std::move(call.objects));
     MessageOption option(static_cast<int>(call.flags));
     int32_t status = call.target->SendRequest(call.code, data, reply, option);
     // Drop the request's proxies before replying, so that their releases
@@ -472,6 +475,9 @@ void Connection::ReserveInput(size_t frameSize)
     inEnd_ -= inStart_;
     inStart_ = 0;
     if (in_.size() < frameSize) {
+        // Exactly the frame: growing by resize alone would round up to twice
+        // the old size.
+        in_.reserve(frameSize);
         in_.resize(frameSize);
     }
 }
@@ -527,14 +533,18 @@ FrameError Connection::ProcessFrame(const FrameHeader& header, const uint8_t* bo
                 }
                 call->target = it->second.object;
             }
-            FrameError error = ImportObjects(entries.data(), entries.size(), call->objects);
+            std::vector<sptr<IRemoteObject>> objects;
+            FrameError error = ImportObjects(entries.data(), entries.size(), objects);
             if (error != FrameError::NONE) {
                 return error;
             }
             call->callId = header.callId;
             call->code = header.code;
             call->flags = header.flags;
-            call->data.assign(body, body + dataSize);
+            // CheckHeader bounded the size by the frame limit, which is a
+            // parcel's default capacity, so this copy cannot be refused.
+            call->data.ParseFrom(body, dataSize);
+            call->data.SetObjects(std::move(objects));
             bool oneWay = header.callId == 0;
             bool startDrain = false;
             {
@@ -587,7 +597,11 @@ FrameError Connection::ProcessFrame(const FrameHeader& header, const uint8_t* bo
             PendingCall* call = it->second;
             pending_.erase(it);
             call->remoteStatus = static_cast<int32_t>(header.code);
-            call->data.assign(body, body + dataSize);
+            // The objects are handed over by the caller itself: replacing a
+            // parcel's table may drop proxies, which must not happen under mu_.
+            if (!call->reply->ParseFrom(body, dataSize)) {
+                call->refusedSize = dataSize;
+            }
             call->objects = std::move(objects);
             call->done = true;
             if (call == state.self) {

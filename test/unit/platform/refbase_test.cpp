@@ -152,6 +152,91 @@ TEST(WptrTest, PromotionFollowsTheStrongCount)
     EXPECT_EQ(wptr<Flagged>().promote(), nullptr);
 }
 
+// The strong count lives in the object until the first weak reference asks
+// for a counter block; from then on the block holds it, and nothing is lost
+// or added on the way.
+TEST(WptrTest, TheFirstWeakReferenceTakesOverTheStrongCount)
+{
+    bool destroyed = false;
+    sptr<Flagged> first(new Flagged(&destroyed));
+    sptr<Flagged> second = first;
+    sptr<Flagged> third = first;
+    EXPECT_EQ(first->GetSptrRefCount(), 3);
+    EXPECT_EQ(first->GetWptrRefCount(), 0);
+
+    wptr<Flagged> weak(first);
+    EXPECT_EQ(first->GetSptrRefCount(), 3);
+    EXPECT_EQ(first->GetWptrRefCount(), 1);
+    EXPECT_EQ(first->GetRefCounter(), first->GetRefCounter()) << "one block for the object's whole life";
+    {
+        sptr<Flagged> promoted = weak.promote();
+        ASSERT_EQ(promoted, first);
+        EXPECT_EQ(first->GetSptrRefCount(), 4);
+    }
+    second = nullptr;
+    third = nullptr;
+    EXPECT_FALSE(destroyed);
+    EXPECT_EQ(first->GetSptrRefCount(), 1);
+    first = nullptr;
+    EXPECT_TRUE(destroyed);
+    EXPECT_EQ(weak.promote(), nullptr);
+}
+
+// Strong references taken and dropped on other threads while the first weak
+// reference moves the count into its block: every increment and decrement
+// lands exactly once, before the move or after it.
+TEST(WptrTest, StrongCountSurvivesTheMoveToTheBlockUnderRace)
+{
+    constexpr int kIterations = 2000;
+    constexpr int kCopiers = 2;
+    constexpr int kCopiesPerRound = 50;
+    std::atomic<int> round{0};
+    std::atomic<int> finished{0};
+    std::atomic<bool> stop{false};
+    sptr<Flagged> shared;
+    std::vector<std::thread> copiers;
+    for (int t = 0; t < kCopiers; ++t) {
+        copiers.emplace_back([&] {
+            for (int seen = 0;;) {
+                while (round.load(std::memory_order_acquire) == seen && !stop.load()) {
+                    std::this_thread::yield();
+                }
+                if (stop.load()) {
+                    return;
+                }
+                ++seen;
+                for (int i = 0; i < kCopiesPerRound; ++i) {
+                    sptr<Flagged> copy = shared;
+                    sptr<Flagged> another = copy;
+                }
+                finished.fetch_add(1, std::memory_order_release);
+            }
+        });
+    }
+    int wrongCounts = 0;
+    int notDestroyed = 0;
+    for (int i = 0; i < kIterations; ++i) {
+        bool destroyed = false;
+        shared = new Flagged(&destroyed);
+        finished.store(0);
+        round.fetch_add(1, std::memory_order_release);
+        wptr<Flagged> weak(shared);
+        while (finished.load(std::memory_order_acquire) != kCopiers) {
+            std::this_thread::yield();
+        }
+        wrongCounts += (shared->GetSptrRefCount() != 1 || shared->GetWptrRefCount() != 1) ? 1 : 0;
+        shared = nullptr;
+        notDestroyed += destroyed ? 0 : 1;
+        EXPECT_EQ(weak.promote(), nullptr);
+    }
+    stop.store(true);
+    for (std::thread& t : copiers) {
+        t.join();
+    }
+    EXPECT_EQ(wrongCounts, 0) << "iterations whose counts were off after the move";
+    EXPECT_EQ(notDestroyed, 0) << "iterations in which the last release did not destroy";
+}
+
 // Promotion racing with the release of the last strong reference: either the
 // promotion wins and the object lives until the promoted pointer goes, or it
 // loses and gets null; it never returns an object that is being destroyed,
