@@ -187,11 +187,12 @@ TEST(WptrTest, TheFirstWeakReferenceTakesOverTheStrongCount)
 // lands exactly once, before the move or after it.
 TEST(WptrTest, StrongCountSurvivesTheMoveToTheBlockUnderRace)
 {
-    constexpr int kIterations = 2000;
+    constexpr int kIterations = 300;
     constexpr int kCopiers = 2;
-    constexpr int kCopiesPerRound = 50;
     std::atomic<int> round{0};
+    std::atomic<int> started{0};
     std::atomic<int> finished{0};
+    std::atomic<bool> weakTaken{false};
     std::atomic<bool> stop{false};
     sptr<Flagged> shared;
     std::vector<std::thread> copiers;
@@ -205,9 +206,15 @@ TEST(WptrTest, StrongCountSurvivesTheMoveToTheBlockUnderRace)
                     return;
                 }
                 ++seen;
-                for (int i = 0; i < kCopiesPerRound; ++i) {
+                started.fetch_add(1, std::memory_order_release);
+                // Copy until the weak reference exists, and a little beyond,
+                // so that copies are in flight while the count moves.
+                for (int after = 0; after < 20;) {
                     sptr<Flagged> copy = shared;
                     sptr<Flagged> another = copy;
+                    after += weakTaken.load(std::memory_order_acquire) ? 1 : 0;
+                    // Let the main thread run on a busy machine.
+                    std::this_thread::yield();
                 }
                 finished.fetch_add(1, std::memory_order_release);
             }
@@ -218,9 +225,15 @@ TEST(WptrTest, StrongCountSurvivesTheMoveToTheBlockUnderRace)
     for (int i = 0; i < kIterations; ++i) {
         bool destroyed = false;
         shared = new Flagged(&destroyed);
+        started.store(0);
         finished.store(0);
+        weakTaken.store(false);
         round.fetch_add(1, std::memory_order_release);
+        while (started.load(std::memory_order_acquire) != kCopiers) {
+            std::this_thread::yield();
+        }
         wptr<Flagged> weak(shared);
+        weakTaken.store(true, std::memory_order_release);
         while (finished.load(std::memory_order_acquire) != kCopiers) {
             std::this_thread::yield();
         }
