@@ -84,8 +84,10 @@ public:
     LocalDevice Local() const;
     // Online and ready devices, in world order.
     std::vector<Device> OnlineDevices() const;
-    // The same, with the world version they were taken at.
-    std::vector<Device> OnlineDevices(uint64_t& version) const;
+    // Calls `use` with the online and ready devices, in world order, under
+    // the world lock (so `use` must not call the simulator back), and returns
+    // the world version they belong to. Spares the copy of every device.
+    uint64_t WithOnlineDevices(const std::function<void(const std::vector<const Device*>&)>& use) const;
     // A number that changes whenever the world does (a device added,
     // removed, switched or edited, a world loaded); lets a reader keep what
     // it derived from the world until then.

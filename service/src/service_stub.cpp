@@ -25,14 +25,26 @@ namespace Syntavo {
 namespace Sim {
 namespace {
 
-// Writes uint32 count, then count x DeviceInfo.
-int32_t WriteDeviceList(MessageParcel& reply, const std::vector<Device>& devices)
+const Device& AsDevice(const Device& device)
+{
+    return device;
+}
+
+const Device& AsDevice(const Device* device)
+{
+    return *device;
+}
+
+// Writes uint32 count, then count x DeviceInfo; `devices` holds Device
+// values or pointers.
+template <typename DeviceList>
+int32_t WriteDeviceList(MessageParcel& reply, const DeviceList& devices)
 {
     if (!reply.WriteUint32(static_cast<uint32_t>(devices.size()))) {
         return SIM_ERR_REPLY_WRITE_FAILED;
     }
-    for (const Device& device : devices) {
-        DeviceInfo info = ToDeviceInfo(device);
+    for (const auto& device : devices) {
+        DeviceInfo info = ToDeviceInfo(AsDevice(device));
         if (!reply.WriteParcelable(&info)) {
             return SIM_ERR_REPLY_WRITE_FAILED;
         }
@@ -194,9 +206,10 @@ int32_t DeviceDetectServiceStub::GetTrustedDeviceList(MessageParcel& data, Messa
         }
     }
     if (encoded == nullptr) {
-        std::vector<Device> devices = simulator_->OnlineDevices(version);
         MessageParcel list;
-        int32_t status = WriteDeviceList(list, devices);
+        int32_t status = SIM_OK;
+        version = simulator_->WithOnlineDevices(
+            [&](const std::vector<const Device*>& devices) { status = WriteDeviceList(list, devices); });
         if (status != SIM_OK) {
             return status;
         }

@@ -251,21 +251,27 @@ LocalDevice Simulator::Local() const
 
 std::vector<Device> Simulator::OnlineDevices() const
 {
-    uint64_t version = 0;
-    return OnlineDevices(version);
+    std::vector<Device> result;
+    WithOnlineDevices([&result](const std::vector<const Device*>& devices) {
+        for (const Device* device : devices) {
+            result.push_back(*device);
+        }
+    });
+    return result;
 }
 
-std::vector<Device> Simulator::OnlineDevices(uint64_t& version) const
+uint64_t Simulator::WithOnlineDevices(const std::function<void(const std::vector<const Device*>&)>& use) const
 {
+    std::vector<const Device*> online;
     std::lock_guard<std::mutex> lock(mutex_);
-    version = worldVersion_.load(std::memory_order_relaxed);
-    std::vector<Device> result;
+    online.reserve(world_.devices.size());
     for (const Device& device : world_.devices) {
         if (device.IsOnline()) {
-            result.push_back(device);
+            online.push_back(&device);
         }
     }
-    return result;
+    use(online);
+    return worldVersion_.load(std::memory_order_relaxed);
 }
 
 std::vector<AbilityMatch> Simulator::DevicesWithAbilities(const std::vector<sptr<AbilityFilter>>& filters) const
