@@ -1,6 +1,8 @@
-// The gRPC peer: a unary call over a Unix socket to dd_bench_grpc_peer, with
-// the small call's sizes and with a reply of the 1024 records. Built only
-// when grpc++, protobuf and their compilers are installed.
+// dd_bench_grpc: the gRPC peer of dd_bench. A unary call over a Unix socket
+// to dd_bench_grpc_peer, with the small call's sizes and with a reply of the
+// 1024 records. Built only when grpc++, protobuf and their compilers are
+// installed; scripts/bench.sh runs it after dd_bench and puts both in one
+// table.
 #include <benchmark/benchmark.h>
 #include <grpcpp/grpcpp.h>
 #include <signal.h>
@@ -142,3 +144,5 @@ BENCHMARK(GrpcList)->Name("peer/grpc/unary_TrustedDeviceList/1024");
 }  // namespace Bench
 }  // namespace Syntavo
 }  // namespace Tavik
+
+BENCHMARK_MAIN();

@@ -48,13 +48,22 @@ cmake --build --preset bench -j2
 
 bin=build/bench/bin
 out=build/bench/bench.json
+# The gRPC peer's results, when dd_bench_grpc was built.
+grpc_out=build/bench/bench_grpc.json
+rm -f "$grpc_out"
 if [[ $mode == smoke ]]; then
     "$bin/dd_bench" --benchmark_min_time=0.001 --benchmark_out="$out" --benchmark_out_format=json \
         "${extra[@]}" >/dev/null
+    if [[ -x $bin/dd_bench_grpc ]]; then
+        "$bin/dd_bench_grpc" --benchmark_min_time=0.001 --benchmark_out="$grpc_out" --benchmark_out_format=json \
+            >/dev/null
+    fi
     "$bin/dd_bench_memory"
-    python3 - "$out" <<'PY'
-import json, sys
+    python3 - "$out" "$grpc_out" <<'PY'
+import json, os, sys
 runs = json.load(open(sys.argv[1]))["benchmarks"]
+if os.path.exists(sys.argv[2]):
+    runs += json.load(open(sys.argv[2])).get("benchmarks", [])
 failed = [r["name"] for r in runs if r.get("error_occurred")]
 for name in failed:
     print("bench.sh: benchmark failed to run:", name, file=sys.stderr)
@@ -64,18 +73,27 @@ PY
     exit $?
 fi
 
-"$bin/dd_bench" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
-    --benchmark_enable_random_interleaving=true --benchmark_min_time=0.3 \
-    --benchmark_out="$out" --benchmark_out_format=json "${extra[@]}" >/dev/null
+load_before=$(uptime)
+repeat=(--benchmark_repetitions=5 --benchmark_report_aggregates_only=true
+    --benchmark_enable_random_interleaving=true --benchmark_min_time=0.3)
+"$bin/dd_bench" "${repeat[@]}" --benchmark_out="$out" --benchmark_out_format=json "${extra[@]}" >/dev/null
+if [[ -x $bin/dd_bench_grpc ]]; then
+    "$bin/dd_bench_grpc" "${repeat[@]}" --benchmark_out="$grpc_out" --benchmark_out_format=json "${extra[@]}" \
+        >/dev/null
+fi
 memory=$("$bin/dd_bench_memory")
-python3 - "$out" "$memory" <<'PY'
-import json, re, sys
+load_after=$(uptime)
+python3 - "$out" "$grpc_out" "$memory" "$load_before" "$load_after" <<'PY'
+import json, os, re, sys
 
 data = json.load(open(sys.argv[1]))
-memory = sys.argv[2]
+benchmarks = list(data["benchmarks"])
+if os.path.exists(sys.argv[2]):
+    benchmarks += json.load(open(sys.argv[2])).get("benchmarks", [])
+memory = sys.argv[3]
 med = {}
 extra = {}
-for r in data["benchmarks"]:
+for r in benchmarks:
     if r.get("aggregate_name") != "median":
         continue
     name = r["run_name"]
@@ -84,10 +102,19 @@ for r in data["benchmarks"]:
     extra[name] = r
 
 def find(prefix):
-    hits = [n for n in med if n.startswith(prefix)]
+    # The exact name, else the one name that extends it by a "/" suffix
+    # (an argument or a time mode), never a longer name that merely starts
+    # the same ("proxy/remote/GetDeviceSwitch" is not "..._throughput").
+    if prefix in med:
+        return prefix
+    hits = sorted(n for n in med if n.startswith(prefix + "/") or (prefix.endswith("/") and n.startswith(prefix)))
     return hits[0] if hits else None
 
-print(f"# {data['context']['date']}  {data['context']['num_cpus']} CPUs, load {data['context'].get('load_avg')}")
+print(f"# {data['context']['date']}  {data['context']['num_cpus']} CPUs")
+print(f"# uptime before: {sys.argv[4].strip()}")
+print(f"# uptime after:  {sys.argv[5].strip()}")
+if not os.path.exists(sys.argv[2]):
+    print("# gRPC peer not built (see docs/performance.md)")
 print(f"{'benchmark':<72} {'median':>12}")
 for name in sorted(med):
     r = extra[name]
