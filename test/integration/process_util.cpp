@@ -130,7 +130,13 @@ bool Daemon::Start(const std::vector<std::string>& extraArgs)
     }
     std::string start;
     pollfd fd{outFd_, POLLIN, 0};
-    while (start.find('\n') == std::string::npos) {
+    // Log lines (at --log-level info or debug) may come first; the whole
+    // ready line is read here.
+    auto readyLineRead = [&start] {
+        size_t ready = start.find("devicedetectd: ready");
+        return ready != std::string::npos && start.find('\n', ready) != std::string::npos;
+    };
+    while (!readyLineRead()) {
         char buffer[512];
         if (poll(&fd, 1, READ_LIMIT_MS) <= 0) {
             break;
@@ -146,7 +152,7 @@ bool Daemon::Start(const std::vector<std::string>& extraArgs)
         output_ = start;
     }
     reader_ = std::thread([this] { Drain(); });
-    return start.find("devicedetectd: ready") != std::string::npos;
+    return readyLineRead();
 }
 
 void Daemon::Drain()

@@ -20,7 +20,7 @@
 namespace DeviceDetectSoak {
 
 constexpr const char* CLIENT_ROLE_FLAG = "--soak-client";
-constexpr uint64_t PROGRESS_CALLS = 100;
+constexpr uint64_t PROGRESS_CALLS = 10;
 
 struct ClientSummary {
     uint64_t calls = 0;

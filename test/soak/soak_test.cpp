@@ -11,7 +11,7 @@
 #include <memory>
 #include <thread>
 
-#include "control_client.h"
+#include "daemon_fixture.h"
 #include "device_detect_request_code.h"
 #include "process_util.h"
 #include "sim_status.h"
@@ -111,25 +111,7 @@ private:
     std::string firstFailure_;
 };
 
-class SoakTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        runtimeDir_ = DeviceDetectIntegration::MakeTempDir();
-        ASSERT_FALSE(runtimeDir_.empty());
-        setenv("TAVIK_RUNTIME_DIR", runtimeDir_.c_str(), 1);
-        daemon_ = std::make_unique<Daemon>(runtimeDir_);
-        ASSERT_TRUE(daemon_->Start()) << daemon_->Output();
-    }
-    void TearDown() override
-    {
-        daemon_.reset();
-        DeviceDetectIntegration::RemoveTree(runtimeDir_);
-    }
-
-    std::string runtimeDir_;
-    std::unique_ptr<Daemon> daemon_;
-};
+using SoakTest = DaemonTest;
 
 TEST_F(SoakTest, ClientProcessesCallWhileTheWorldChanges)
 {

@@ -18,8 +18,6 @@ extern char** environ;
 
 namespace DeviceDetectSoak {
 
-static_assert(PROGRESS_CALLS == 100, "ClientProcess counts progress in steps of 100 calls");
-
 ClientProcess::~ClientProcess()
 {
     if (pid_ > 0) {

@@ -12,6 +12,8 @@
 #include <thread>
 #include <vector>
 
+#include "soak_client.h"
+
 namespace DeviceDetectSoak {
 
 // A copy of this test binary in the client role (soak_client.h). Its
@@ -27,7 +29,7 @@ public:
     // calls 0: until CloseInput().
     bool Start(int id, int threads, uint64_t calls);
     // Calls reported so far (in steps of PROGRESS_CALLS per thread).
-    uint64_t Progress() const { return progress_.load() * PROGRESS_STEP; }
+    uint64_t Progress() const { return progress_.load() * PROGRESS_CALLS; }
     // True once the summary line has arrived; waits at most `seconds`.
     bool WaitForSummary(int seconds);
     void CloseInput();
@@ -38,7 +40,6 @@ public:
     pid_t Pid() const { return pid_; }
 
 private:
-    static constexpr uint64_t PROGRESS_STEP = 100;
     void Read(int fd, bool isOut);
 
     pid_t pid_ = -1;
