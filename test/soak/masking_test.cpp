@@ -38,12 +38,14 @@ const Ids LOCAL{"udid-mask-local-4c1e", "net-mask-local-9d2f"};
 const Ids TV{"udid-mask-tv-7f3a", "net-mask-tv-2b8c"};
 const Ids WATCH{"udid-mask-watch-5e6d", "net-mask-watch-1a9b"};
 const Ids ADDED{"udid-mask-added-6a6a", "net-mask-added-7b7b"};
-// Two devices whose names together overflow a reply (1 MiB): listing them
-// fails inside the service's record writing.
-const Ids BIG1{"udid-mask-big1-0c0c", "net-mask-big1-0d0d"};
-const Ids BIG2{"udid-mask-big2-0e0e", "net-mask-big2-0f0f"};
+// Two devices whose udids together overflow a reply (1 MiB): listing them
+// fails inside the service's record writing. Long udids rather than long
+// names, because every record line prints the name in full and the udid
+// masked.
+constexpr size_t BIG_UDID_BYTES = 600 * 1024;
+const Ids BIG1{"udid-mask-big1-" + std::string(BIG_UDID_BYTES, '1'), "net-mask-big1-0d0d"};
+const Ids BIG2{"udid-mask-big2-" + std::string(BIG_UDID_BYTES, '2'), "net-mask-big2-0f0f"};
 const Ids GHOST{"udid-mask-ghost-3e3e", "net-mask-ghost-8f8f"};
-constexpr size_t BIG_NAME_BYTES = 600 * 1024;
 constexpr uint32_t WATCH_TYPE = 109;
 
 json Device(const Ids& ids, const std::string& name, const std::string& type, const std::string& state)
@@ -136,8 +138,8 @@ protected:
         tv["config"] = {{"modelId", "TV-M"}};
         world["devices"].push_back(tv);
         world["devices"].push_back(Device(WATCH, "Mask Watch", "WATCH", "offline"));
-        world["devices"].push_back(Device(BIG1, std::string(BIG_NAME_BYTES, 'a'), "PC", "offline"));
-        world["devices"].push_back(Device(BIG2, std::string(BIG_NAME_BYTES, 'b'), "PC", "offline"));
+        world["devices"].push_back(Device(BIG1, "Mask Big 1", "PC", "offline"));
+        world["devices"].push_back(Device(BIG2, "Mask Big 2", "PC", "offline"));
         worldFile_ = RuntimeDir() + "/mask-world.json";
         FILE* file = fopen(worldFile_.c_str(), "w");
         ASSERT_NE(file, nullptr);
@@ -216,11 +218,11 @@ TEST_F(MaskingTest, NoIdentifierReachesALogLineUnmasked)
 
     // Records too large for one reply: the service's record writing fails,
     // and so does the client's call.
-    EXPECT_EQ(control.SetDeviceState(BIG1.udid, Sim::DeviceState::ONLINE).status, Sim::SIM_OK);
-    EXPECT_EQ(control.SetDeviceState(BIG2.udid, Sim::DeviceState::ONLINE).status, Sim::SIM_OK);
+    EXPECT_EQ(control.SetDeviceState(BIG1.networkId, Sim::DeviceState::ONLINE).status, Sim::SIM_OK);
+    EXPECT_EQ(control.SetDeviceState(BIG2.networkId, Sim::DeviceState::ONLINE).status, Sim::SIM_OK);
     devices.clear();
     EXPECT_NE(proxy->GetTrustedDeviceList("mask", devices), 0);
-    EXPECT_EQ(control.NotifyServiceChange(3, {BIG1.udid, BIG2.udid}).status, Sim::SIM_OK);
+    EXPECT_EQ(control.NotifyServiceChange(3, {BIG1.networkId, BIG2.networkId}).status, Sim::SIM_OK);
     EXPECT_EQ(control.SetDeviceState(BIG1.networkId, Sim::DeviceState::OFFLINE).status, Sim::SIM_OK);
 
     EXPECT_GE(listener->Events(), 6);
