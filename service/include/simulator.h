@@ -160,6 +160,9 @@ private:
     explicit Simulator(World world);
 
     uint64_t CallerKey() const;
+    // Takes an id for the listener and keeps it; the callback is watched for
+    // its owner's death.
+    std::pair<int32_t, uint32_t> AddListener(Listener listener);
     // Under mutex_: count of the object's registrations went from 0 to 1.
     // Returns the recipient to attach once the lock is released (null when
     // the object is already watched).

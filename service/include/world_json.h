@@ -16,6 +16,8 @@ namespace Sim {
 
 // On failure `world` is unchanged and `error` names the field and the fault.
 bool ParseWorld(const std::string& text, World& world, std::string& error);
+// Reads a whole file into `text`; on failure `error` says which file.
+bool ReadTextFile(const std::string& path, std::string& text, std::string& error);
 // Reads a whole file; the error then also says when the file cannot be read.
 bool LoadWorldFile(const std::string& path, World& world, std::string& error);
 // One entry of "devices"; `error` names fields relative to the entry.

@@ -1,9 +1,7 @@
 #include "scenario.h"
 
 #include <climits>
-#include <fstream>
 #include <set>
-#include <sstream>
 #include <thread>
 
 #include <nlohmann/json.hpp>
@@ -488,14 +486,11 @@ bool ParseScenario(const std::string& text, Scenario& scenario, std::string& err
 
 bool LoadScenarioFile(const std::string& path, Scenario& scenario, std::string& error)
 {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        error = "cannot open \"" + path + "\"";
+    std::string text;
+    if (!ReadTextFile(path, text, error)) {
         return false;
     }
-    std::ostringstream text;
-    text << in.rdbuf();
-    if (!ParseScenario(text.str(), scenario, error)) {
+    if (!ParseScenario(text, scenario, error)) {
         error = path + ": " + error;
         return false;
     }

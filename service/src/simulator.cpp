@@ -479,26 +479,11 @@ std::pair<int32_t, uint32_t> Simulator::AddAbilityListener(const sptr<AbilityFil
     if (filter == nullptr) {
         return {SIM_ERR_INVALID_ARGUMENT, 0};
     }
-    if (callback == nullptr) {
-        return {SIM_ERR_NULL_CALLBACK, 0};
+    auto added = AddListener({0, false, filter, nullptr, extra, callback});
+    if (added.first == SIM_OK) {
+        SIM_LOGI("ability-filter listener %{public}u registered", added.second);
     }
-    uint32_t id = 0;
-    sptr<IRemoteObject::DeathRecipient> attach;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (listeners_.size() >= MAX_REGISTRATIONS) {
-            return {SIM_ERR_TOO_MANY_REGISTRATIONS, 0};
-        }
-        id = nextListenerId_++;
-        if (nextListenerId_ == 0) {
-            nextListenerId_ = 1;
-        }
-        listeners_.push_back({id, false, filter, nullptr, extra, callback});
-        attach = RetainLocked(callback);
-    }
-    Attach(callback, attach);
-    SIM_LOGI("ability-filter listener %{public}u registered", id);
-    return {SIM_OK, id};
+    return added;
 }
 
 std::pair<int32_t, uint32_t> Simulator::AddServiceFilterListener(const sptr<ServiceFilter>& filter,
@@ -508,9 +493,19 @@ std::pair<int32_t, uint32_t> Simulator::AddServiceFilterListener(const sptr<Serv
     if (filter == nullptr) {
         return {SIM_ERR_INVALID_ARGUMENT, 0};
     }
-    if (callback == nullptr) {
+    auto added = AddListener({0, true, nullptr, filter, extra, callback});
+    if (added.first == SIM_OK) {
+        SIM_LOGI("service-filter listener %{public}u registered", added.second);
+    }
+    return added;
+}
+
+std::pair<int32_t, uint32_t> Simulator::AddListener(Listener listener)
+{
+    if (listener.callback == nullptr) {
         return {SIM_ERR_NULL_CALLBACK, 0};
     }
+    sptr<IRemoteObject> callback = listener.callback;
     uint32_t id = 0;
     sptr<IRemoteObject::DeathRecipient> attach;
     {
@@ -519,14 +514,14 @@ std::pair<int32_t, uint32_t> Simulator::AddServiceFilterListener(const sptr<Serv
             return {SIM_ERR_TOO_MANY_REGISTRATIONS, 0};
         }
         id = nextListenerId_++;
+        listener.id = id;
         if (nextListenerId_ == 0) {
             nextListenerId_ = 1;
         }
-        listeners_.push_back({id, true, nullptr, filter, extra, callback});
+        listeners_.push_back(std::move(listener));
         attach = RetainLocked(callback);
     }
     Attach(callback, attach);
-    SIM_LOGI("service-filter listener %{public}u registered", id);
     return {SIM_OK, id};
 }
 

@@ -413,16 +413,26 @@ bool ParseWorld(const std::string& text, World& world, std::string& error)
     return true;
 }
 
-bool LoadWorldFile(const std::string& path, World& world, std::string& error)
+bool ReadTextFile(const std::string& path, std::string& text, std::string& error)
 {
     std::ifstream in(path, std::ios::binary);
     if (!in) {
         error = "cannot open \"" + path + "\"";
         return false;
     }
-    std::ostringstream text;
-    text << in.rdbuf();
-    if (!ParseWorld(text.str(), world, error)) {
+    std::ostringstream contents;
+    contents << in.rdbuf();
+    text = contents.str();
+    return true;
+}
+
+bool LoadWorldFile(const std::string& path, World& world, std::string& error)
+{
+    std::string text;
+    if (!ReadTextFile(path, text, error)) {
+        return false;
+    }
+    if (!ParseWorld(text, world, error)) {
         error = path + ": " + error;
         return false;
     }

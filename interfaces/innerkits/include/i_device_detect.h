@@ -1,6 +1,7 @@
 // IDeviceDetect: the device-detect service interface, as seen by its
 // clients. DeviceDetectProxy implements it; the slot order below is part of
-// the interface and must not change.
+// the interface and must not change. The service is published under
+// SYNTAVO_DEVICE_DETECT_SA_ID, which comes with this header.
 #ifndef SYNTAVO_I_DEVICE_DETECT_H
 #define SYNTAVO_I_DEVICE_DETECT_H
 
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "device_detect_descriptors.h"
+#include "device_detect_request_code.h"
 #include "iremote_broker.h"
 
 namespace Tavik {

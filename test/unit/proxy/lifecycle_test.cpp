@@ -21,6 +21,9 @@ using Tavik::Test::LinesAt;
 using Tavik::Test::ScopedSystemAbilityManager;
 
 constexpr int32_t kSaId = 70635;
+// Applications that publish or fake the service name the id through the
+// proxy's header alone.
+static_assert(SYNTAVO_DEVICE_DETECT_SA_ID == kSaId, "system ability id");
 
 class LifecycleTest : public ::testing::Test {
 protected:

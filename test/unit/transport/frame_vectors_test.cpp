@@ -27,6 +27,7 @@
 #include "../platform_vectors/vector_spec.h"
 #include "ipc_status.h"
 #include "socket_transport.h"
+#include "tralog.h"
 #include "transport/socket_connection.h"
 #include "transport_test_util.h"
 
@@ -286,6 +287,7 @@ TEST_P(FrameVectorTest, ServerAnswersAsExpectedAndKeepsNothing)
     Outcome outcome = ParseOutcome(vector.outcome);
     size_t baseline = GetTransportStats().connections;
 
+    LogCapture log;
     int fd = RawConnect(GetSystemAbilitySocketPath(id_));
     ASSERT_GE(fd, 0);
     ASSERT_TRUE(WaitUntil([&] { return GetTransportStats().connections == baseline + 1; }));
@@ -320,6 +322,11 @@ TEST_P(FrameVectorTest, ServerAnswersAsExpectedAndKeepsNothing)
 
     if (outcome.closed) {
         EXPECT_TRUE(WaitForClose(fd));
+        // A bad frame is reported once; a peer that hangs up mid-frame has
+        // merely gone.
+        bool hungUp = std::any_of(stream.pieces.begin(), stream.pieces.end(),
+                                  [](const Piece& piece) { return piece.kind == Piece::HANG_UP; });
+        EXPECT_EQ(log.Count("malformed frame"), hungUp ? 0u : 1u);
     } else {
         // One more call (call id 99) shows the connection still serves.
         std::vector<uint8_t> echo =
@@ -330,6 +337,7 @@ TEST_P(FrameVectorTest, ServerAnswersAsExpectedAndKeepsNothing)
         ASSERT_TRUE(ReadFrame(fd, header, body));
         ExpectedFrame expected{static_cast<uint8_t>(Transport::FrameKind::REPLY), 99, 0, 0, {0x2a, 0, 0, 0}};
         EXPECT_TRUE(Matches(expected, header, body)) << Describe(header);
+        EXPECT_EQ(log.Count("malformed frame"), 0u);
     }
     close(fd);
     EXPECT_TRUE(WaitUntil([&] {
