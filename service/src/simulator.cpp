@@ -9,6 +9,7 @@
 #include "device_filter.h"
 #include "device_info.h"
 #include "device_service_info.h"
+#include "picker_result.h"
 #include "publish_event_info.h"
 #include "record_convert.h"
 #include "service_filter.h"
@@ -98,6 +99,20 @@ bool DeviceFilterPasses(DeviceFilter& filter, const Device& device)
 std::string Describe(const Device& device)
 {
     return device.name + " (" + device.udid + ")";
+}
+
+// The detail goes back to the control client as it is; the log gets the
+// udid masked, as every line of the client library does.
+std::string ForLog(std::string detail, const std::string& udid)
+{
+    if (udid.empty()) {
+        return detail;
+    }
+    std::string masked = PickerResult::StringToAnonymous(udid);
+    for (size_t at = detail.find(udid); at != std::string::npos; at = detail.find(udid, at + masked.size())) {
+        detail.replace(at, udid.size(), masked);
+    }
+    return detail;
 }
 
 std::string Sent(size_t count)
@@ -843,6 +858,7 @@ void Simulator::Run(Notifications& notifications)
 int32_t Simulator::SetDeviceState(const std::string& id, DeviceState state, std::string& detail)
 {
     Notifications notes;
+    std::string udid;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         int index = Sim::FindDevice(world_, id);
@@ -856,9 +872,10 @@ int32_t Simulator::SetDeviceState(const std::string& id, DeviceState state, std:
         DeviceEventsLocked(device, from, state, notes);
         detail = Describe(device) + (from == state ? " was already " : " is now ") + DeviceStateToString(state) +
                  Sent(notes.size());
+        udid = device.udid;
     }
     Run(notes);
-    SIM_LOGI("%{public}s", detail.c_str());
+    SIM_LOGI("%{public}s", ForLog(detail, udid).c_str());
     return SIM_OK;
 }
 
@@ -886,13 +903,14 @@ int32_t Simulator::AddDevice(const Device& device, std::string& detail)
         detail = "added " + Describe(device) + ", " + DeviceStateToString(device.state) + Sent(notes.size());
     }
     Run(notes);
-    SIM_LOGI("%{public}s", detail.c_str());
+    SIM_LOGI("%{public}s", ForLog(detail, device.udid).c_str());
     return SIM_OK;
 }
 
 int32_t Simulator::RemoveDevice(const std::string& id, std::string& detail)
 {
     Notifications notes;
+    std::string udid;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         int index = Sim::FindDevice(world_, id);
@@ -905,9 +923,10 @@ int32_t Simulator::RemoveDevice(const std::string& id, std::string& detail)
         world.devices.erase(world.devices.begin() + index);
         DeviceEventsLocked(device, device.state, DeviceState::OFFLINE, notes);
         detail = "removed " + Describe(device) + Sent(notes.size());
+        udid = device.udid;
     }
     Run(notes);
-    SIM_LOGI("%{public}s", detail.c_str());
+    SIM_LOGI("%{public}s", ForLog(detail, udid).c_str());
     return SIM_OK;
 }
 

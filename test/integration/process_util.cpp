@@ -119,13 +119,24 @@ bool Daemon::Start(const std::vector<std::string>& extraArgs)
     pid_ = Spawn(args, out[1], out[1]);
     close(out[1]);
     outFd_ = out[0];
-    output_.clear();
+    {
+        std::lock_guard<std::mutex> lock(outputMutex_);
+        output_.clear();
+    }
     if (pid_ <= 0) {
         close(outFd_);
+        outFd_ = -1;
         return false;
     }
+    std::string start;
     pollfd fd{outFd_, POLLIN, 0};
-    while (output_.find('\n') == std::string::npos) {
+    // Log lines (at --log-level info or debug) may come first; the whole
+    // ready line is read here.
+    auto readyLineRead = [&start] {
+        size_t ready = start.find("devicedetectd: ready");
+        return ready != std::string::npos && start.find('\n', ready) != std::string::npos;
+    };
+    while (!readyLineRead()) {
         char buffer[512];
         if (poll(&fd, 1, READ_LIMIT_MS) <= 0) {
             break;
@@ -134,9 +145,24 @@ bool Daemon::Start(const std::vector<std::string>& extraArgs)
         if (n <= 0) {
             break;
         }
+        start.append(buffer, static_cast<size_t>(n));
+    }
+    {
+        std::lock_guard<std::mutex> lock(outputMutex_);
+        output_ = start;
+    }
+    reader_ = std::thread([this] { Drain(); });
+    return readyLineRead();
+}
+
+void Daemon::Drain()
+{
+    char buffer[4096];
+    ssize_t n = 0;
+    while ((n = read(outFd_, buffer, sizeof(buffer))) > 0) {
+        std::lock_guard<std::mutex> lock(outputMutex_);
         output_.append(buffer, static_cast<size_t>(n));
     }
-    return output_.find("devicedetectd: ready") != std::string::npos;
 }
 
 int Daemon::Stop(int signal)
@@ -148,14 +174,19 @@ int Daemon::Stop(int signal)
     int status = 0;
     waitpid(pid_, &status, 0);
     pid_ = -1;
-    char buffer[512];
-    ssize_t n = 0;
-    while ((n = read(outFd_, buffer, sizeof(buffer))) > 0) {
-        output_.append(buffer, static_cast<size_t>(n));
+    // The pipe closes with the daemon, which ends the reader.
+    if (reader_.joinable()) {
+        reader_.join();
     }
     close(outFd_);
     outFd_ = -1;
     return ExitCode(status);
+}
+
+std::string Daemon::Output() const
+{
+    std::lock_guard<std::mutex> lock(outputMutex_);
+    return output_;
 }
 
 std::string MakeTempDir()

@@ -4,7 +4,9 @@
 
 #include <sys/types.h>
 
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace DeviceDetectIntegration {
@@ -30,18 +32,25 @@ public:
     Daemon& operator=(const Daemon&) = delete;
 
     // Starts it and waits for its ready line; false (with the output in
-    // Output()) when it exits or prints nothing within the limit.
+    // Output()) when it exits or prints nothing within the limit. After the
+    // ready line its output is read as it comes, so a daemon that logs a lot
+    // never blocks on a full pipe.
     bool Start(const std::vector<std::string>& extraArgs = {});
     // Sends the signal and waits; the exit code, or -1 for a death by signal.
     int Stop(int signal);
-    const std::string& Output() const { return output_; }
+    // Standard output and error, interleaved, as far as read.
+    std::string Output() const;
     pid_t Pid() const { return pid_; }
 
 private:
+    void Drain();
+
     std::string runtimeDir_;
     pid_t pid_ = -1;
     int outFd_ = -1;
+    mutable std::mutex outputMutex_;
     std::string output_;
+    std::thread reader_;
 };
 
 // A fresh directory under /tmp, removed (with its content) by RemoveTree.
