@@ -73,8 +73,8 @@ private:
             Stop();
             return false;
         }
-        stub_ = ddbench::BenchPeer::NewStub(
-            grpc::CreateChannel("unix:" + socketPath, grpc::InsecureChannelCredentials()));
+        stub_ =
+            ddbench::BenchPeer::NewStub(grpc::CreateChannel("unix:" + socketPath, grpc::InsecureChannelCredentials()));
         return true;
     }
 

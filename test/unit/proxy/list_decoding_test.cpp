@@ -24,7 +24,9 @@ constexpr uint32_t CLIENT_DOMAIN = 0xD004612;
 LogLine DestructorLine()
 {
     LogCapture capture;
-    { DeviceInfo("u", "n", "d", 1); }
+    {
+        DeviceInfo("u", "n", "d", 1);
+    }
     for (const LogLine& line : ParseLogLines(capture)) {
         if (line.function == "~DeviceInfo") {
             return line;
@@ -50,7 +52,8 @@ TEST(ListDecodingTest, EachRecordLogsItsCreationAndTheDecodedCopysDestruction)
     std::vector<DeviceInfo> devices;
     ASSERT_EQ(proxy->GetTrustedDeviceList("", devices), 0);
 
-    EXPECT_EQ(Render(devices), "[udid-a-0001|n-udid-a-0001|d-udid-a-0001|14, udid-b-0002|n-udid-b-0002|d-udid-b-0002|156]");
+    EXPECT_EQ(Render(devices),
+              "[udid-a-0001|n-udid-a-0001|d-udid-a-0001|14, udid-b-0002|n-udid-b-0002|d-udid-b-0002|156]");
     EXPECT_EQ(LinesAt(capture, LOG_INFO, CLIENT_DOMAIN),
               (std::vector<std::string>{
                   "DeviceInfo# create:device = n-u****001, deviceName= d-udid-a-0001, deviceType = 14",
@@ -58,8 +61,8 @@ TEST(ListDecodingTest, EachRecordLogsItsCreationAndTheDecodedCopysDestruction)
                   "DeviceInfo# create:device = n-u****002, deviceName= d-udid-b-0002, deviceType = 156",
                   "~DeviceInfo# destory:device = n-u****002, deviceName= d-udid-b-0002, deviceType = 156",
               }));
-    EXPECT_EQ(LinesAt(capture, LOG_ERROR), std::vector<std::string>{
-                                               "GetTrustedDeviceList# GetTrustedDeviceList ReadStrongParcelable nullptr"});
+    EXPECT_EQ(LinesAt(capture, LOG_ERROR),
+              std::vector<std::string>{"GetTrustedDeviceList# GetTrustedDeviceList ReadStrongParcelable nullptr"});
     for (const LogLine& line : ParseLogLines(capture)) {
         if (line.function == "~DeviceInfo") {
             EXPECT_EQ(line.file, destructor.file);
