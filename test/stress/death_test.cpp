@@ -3,6 +3,7 @@
 // process (a copy of this binary), so a repetition costs one process start.
 #include <dirent.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -106,6 +107,28 @@ std::string Join(const std::vector<std::string>& items)
     return joined;
 }
 
+// Each open descriptor with what it refers to, for the failure message.
+std::string DescribeFds()
+{
+    std::string described;
+    DIR* handle = opendir("/proc/self/fd");
+    if (handle == nullptr) {
+        return described;
+    }
+    while (dirent* entry = readdir(handle)) {
+        if (entry->d_name[0] == '.') {
+            continue;
+        }
+        char target[256] = {};
+        std::string path = std::string("/proc/self/fd/") + entry->d_name;
+        ssize_t length = readlink(path.c_str(), target, sizeof(target) - 1);
+        described += std::string(described.empty() ? "" : ", ") + entry->d_name + "->" +
+                     (length > 0 ? std::string(target, static_cast<size_t>(length)) : "?");
+    }
+    closedir(handle);
+    return described;
+}
+
 size_t OpenFds()
 {
     return CountEntries("/proc/self/fd") - 1;  // less the one reading the list
@@ -193,6 +216,7 @@ TEST_F(ServiceDeathTest, KilledUnderLoadFailsEveryCallerNotifiesOnceAndLeavesNot
     std::vector<sptr<DeathCounter>> deaths;
     size_t fdsBefore = 0;
     std::vector<std::string> threadsBefore;
+    std::string fdsBeforeDescribed;
     Clock::duration slowestWake{};
     auto start = Clock::now();
 
@@ -202,6 +226,7 @@ TEST_F(ServiceDeathTest, KilledUnderLoadFailsEveryCallerNotifiesOnceAndLeavesNot
             ASSERT_TRUE(WaitUntil(TransportIdle));
             ASSERT_TRUE(WaitUntil(IpcPoolSettled));
             fdsBefore = OpenFds();
+            fdsBeforeDescribed = DescribeFds();
             threadsBefore = ThreadsBesideIpcPool();
         }
         HelperProcess service;
@@ -226,10 +251,12 @@ TEST_F(ServiceDeathTest, KilledUnderLoadFailsEveryCallerNotifiesOnceAndLeavesNot
     ASSERT_TRUE(WaitUntil(TransportIdle));
     // A joined thread can stay listed for a moment while the kernel
     // finishes its exit, longer on a loaded machine.
-    EXPECT_TRUE(WaitUntil([&] { return OpenFds() == fdsBefore && ThreadsBesideIpcPool() == threadsBefore; },
+    // Fewer descriptors than before is no leak: one of the warm-up's may
+    // still have been closing when they were counted.
+    EXPECT_TRUE(WaitUntil([&] { return OpenFds() <= fdsBefore && ThreadsBesideIpcPool() == threadsBefore; },
                           std::chrono::seconds(20)))
         << "fds " << OpenFds() << " (before " << fdsBefore << "), threads [" << Join(ThreadsBesideIpcPool())
-        << "] (before [" << Join(threadsBefore) << "])";
+        << "] (before [" << Join(threadsBefore) << "]); fds now " << DescribeFds() << "; before " << fdsBeforeDescribed;
     EXPECT_TRUE(WaitUntil(IpcPoolSettled));
     EXPECT_LE(GetTransportStats().ipcThreads, Transport::MAX_IPC_THREADS);
     for (size_t i = 0; i < deaths.size(); ++i) {
