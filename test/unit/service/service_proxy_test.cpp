@@ -1,6 +1,7 @@
 // The service answering every request code, driven through the real
 // DeviceDetectProxy against the embedded service of the built-in world.
 #include <algorithm>
+#include <functional>
 #include <list>
 #include <tuple>
 
@@ -47,6 +48,43 @@ TEST_F(ServiceProxyTest, TrustedListHoldsTheOnlineDevicesWithTheirFields)
     ASSERT_EQ(proxy_->GetTrustedDeviceList("pkg", devices), 0);
     EXPECT_EQ(Udids(devices), (std::vector<std::string>{"udid-pad-0001", "udid-car-0001", "udid-watch-0001",
                                                         "udid-pc-0001", "udid-display-0001"}));
+}
+
+// The service keeps the encoded list between calls: every kind of change of
+// the world must show in the next call, each after a call that filled it.
+TEST_F(ServiceProxyTest, TrustedListFollowsEveryKindOfWorldChange)
+{
+    Device phone;
+    phone.udid = "udid-phone-0009";
+    phone.networkId = "net-phone-0009";
+    phone.name = "Spare Phone";
+    phone.type = 14;
+    phone.state = DeviceState::ONLINE;
+    World small;
+    small.devices = {phone};
+
+    std::vector<std::string> withPhone = OnlineUdids();
+    withPhone.push_back(phone.udid);
+    const std::vector<std::string> withoutTv(withPhone.begin() + 1, withPhone.end());
+    const struct {
+        const char* change;
+        std::function<int32_t(std::string&)> apply;
+        std::vector<std::string> expected;
+    } steps[] = {
+        {"device added", [&](std::string& detail) { return Sim().AddDevice(phone, detail); }, withPhone},
+        {"device removed", [&](std::string& detail) { return Sim().RemoveDevice("udid-tv-0001", detail); }, withoutTv},
+        {"world loaded", [&](std::string& detail) { return Sim().LoadWorld(small, detail); }, {phone.udid}},
+    };
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.change);
+        std::vector<DeviceInfo> before;
+        ASSERT_EQ(proxy_->GetTrustedDeviceList("pkg", before), 0);
+        std::string detail;
+        ASSERT_EQ(step.apply(detail), SIM_OK) << detail;
+        std::vector<DeviceInfo> after;
+        ASSERT_EQ(proxy_->GetTrustedDeviceList("pkg", after), 0);
+        EXPECT_EQ(Udids(after), step.expected);
+    }
 }
 
 TEST_F(ServiceProxyTest, ServiceFilterSelectsByServiceNameAndTypeName)
