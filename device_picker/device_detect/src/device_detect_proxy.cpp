@@ -114,6 +114,41 @@ void AppendDeviceInfos(MessageParcel& reply, uint32_t count, std::vector<DeviceI
     }
 }
 
+// The texts and values a device-list reply is read with; they differ from
+// method to method on purpose.
+struct DeviceListReading {
+    OnFailure countUnreadable;
+    OnFailure countTooLarge;
+    const char* countPrefix;  // put before "deviceNum:<count>"
+    const char* nullText;
+    const char* endText;  // null where the method logs no end line
+};
+
+// A device count bounded by MAX_DEVICE_NUM, then that many records appended
+// to deviceList; nothing is appended when the count is refused.
+int32_t ReadDeviceList(MessageParcel& reply, std::vector<DeviceInfo>& deviceList, const char* method,
+                       const DeviceListReading& reading)
+{
+    uint32_t deviceNum = 0;
+    const OnFailure* failure = nullptr;
+    if (!reply.ReadUint32(deviceNum)) {
+        failure = &reading.countUnreadable;
+    } else if (deviceNum > MAX_DEVICE_NUM) {
+        failure = &reading.countTooLarge;
+    }
+    if (failure != nullptr) {
+        SYNT_LOG_AT(DEVICE_DETECT_LABEL, LOG_ERROR, method, "%{public}s", failure->text);
+        return failure->value;
+    }
+    SYNT_LOG_AT(DEVICE_DETECT_LABEL, LOG_INFO, method, "%{public}sdeviceNum:%{public}d", reading.countPrefix,
+                static_cast<int32_t>(deviceNum));
+    AppendDeviceInfos(reply, deviceNum, deviceList, method, reading.nullText);
+    if (reading.endText != nullptr) {
+        SYNT_LOG_AT(DEVICE_DETECT_LABEL, LOG_INFO, method, "%{public}s", reading.endText);
+    }
+    return DD_OK;
+}
+
 }  // namespace
 
 // Initialisation order: the creator is registered before the cache and its
@@ -204,20 +239,12 @@ int32_t DeviceDetectProxy::GetTrustedDeviceList(const std::string& str, std::vec
     if (result != DD_OK) {
         return result;
     }
-    MessageParcel& reply = frame.Reply();
-    uint32_t deviceNum = 0;
-    if (!reply.ReadUint32(deviceNum)) {
-        SYNT_LOGE(DEVICE_DETECT_LABEL, "GetTrustedDeviceList ReadUint32 failed");
-        return DD_FAILED;
-    }
-    if (deviceNum > MAX_DEVICE_NUM) {
-        SYNT_LOGE(DEVICE_DETECT_LABEL, "Devicenum exceed maximum");
-        return DD_FAILED;
-    }
-    SYNT_LOGI(DEVICE_DETECT_LABEL, "GetTrustedDeviceList deviceNum:%{public}d", static_cast<int32_t>(deviceNum));
-    AppendDeviceInfos(reply, deviceNum, deviceList, __FUNCTION__, "GetTrustedDeviceList ReadStrongParcelable nullptr");
-    SYNT_LOGI(DEVICE_DETECT_LABEL, "GetTrustedDeviceList end");
-    return DD_OK;
+    return ReadDeviceList(frame.Reply(), deviceList, __FUNCTION__,
+                          {{DD_FAILED, "GetTrustedDeviceList ReadUint32 failed"},
+                           {DD_FAILED, "Devicenum exceed maximum"},
+                           "GetTrustedDeviceList ",
+                           "GetTrustedDeviceList ReadStrongParcelable nullptr",
+                           "GetTrustedDeviceList end"});
 }
 
 int32_t DeviceDetectProxy::GetTrustedDeviceList(const std::string& /* str */,
@@ -324,20 +351,12 @@ int32_t DeviceDetectProxy::GetTrustedDeviceListWithServiceFilter(sptr<ServiceFil
     if (result != DD_OK) {
         return result;
     }
-    MessageParcel& reply = frame.Reply();
-    uint32_t deviceNum = 0;
-    if (!reply.ReadUint32(deviceNum)) {
-        SYNT_LOGE(DEVICE_DETECT_LABEL, "GetTrustedDeviceList ReadUint32 failed");
-        return DD_ERR_READ_REPLY_FAILED;
-    }
-    if (deviceNum > MAX_DEVICE_NUM) {
-        SYNT_LOGE(DEVICE_DETECT_LABEL, "DeviceNum exceed maximum");
-        return DD_ERR_DEVICE_NUM_EXCEEDED;
-    }
-    SYNT_LOGI(DEVICE_DETECT_LABEL, "GetTrustedDeviceList deviceNum:%{public}d", static_cast<int32_t>(deviceNum));
-    AppendDeviceInfos(reply, deviceNum, deviceList, __FUNCTION__, "GetTrustedDeviceList ReadStrongParcelable nullptr");
-    SYNT_LOGI(DEVICE_DETECT_LABEL, "GetTrustedDeviceList end");
-    return DD_OK;
+    return ReadDeviceList(frame.Reply(), deviceList, __FUNCTION__,
+                          {{DD_ERR_READ_REPLY_FAILED, "GetTrustedDeviceList ReadUint32 failed"},
+                           {DD_ERR_DEVICE_NUM_EXCEEDED, "DeviceNum exceed maximum"},
+                           "GetTrustedDeviceList ",
+                           "GetTrustedDeviceList ReadStrongParcelable nullptr",
+                           "GetTrustedDeviceList end"});
 }
 
 int32_t DeviceDetectProxy::GetTrustedDeviceListWithDeviceFilter(sptr<DeviceFilter> deviceFilter,
@@ -355,19 +374,12 @@ int32_t DeviceDetectProxy::GetTrustedDeviceListWithDeviceFilter(sptr<DeviceFilte
     if (result != DD_OK) {
         return result;
     }
-    MessageParcel& reply = frame.Reply();
-    uint32_t deviceNum = 0;
-    if (!reply.ReadUint32(deviceNum)) {
-        SYNT_LOGE(DEVICE_DETECT_LABEL, "ReadUint32 failed");
-        return DD_ERR_READ_FAILED;
-    }
-    if (deviceNum > MAX_DEVICE_NUM) {
-        SYNT_LOGE(DEVICE_DETECT_LABEL, "Devicenum exceed maximum");
-        return DD_FAILED;
-    }
-    SYNT_LOGI(DEVICE_DETECT_LABEL, "deviceNum:%{public}d", static_cast<int32_t>(deviceNum));
-    AppendDeviceInfos(reply, deviceNum, deviceList, __FUNCTION__, "ReadStrongParcelable nullptr");
-    return DD_OK;
+    return ReadDeviceList(frame.Reply(), deviceList, __FUNCTION__,
+                          {{DD_ERR_READ_FAILED, "ReadUint32 failed"},
+                           {DD_FAILED, "Devicenum exceed maximum"},
+                           "",
+                           "ReadStrongParcelable nullptr",
+                           nullptr});
 }
 
 // --- listeners and callbacks ------------------------------------------------
