@@ -172,6 +172,12 @@ private:
     // Takes an id for the listener and keeps it; the callback is watched for
     // its owner's death.
     std::pair<int32_t, uint32_t> AddListener(Listener listener);
+    // One callback per key (package name, caller id); a new one replaces
+    // the old. The callbacks are watched for their owners' death.
+    using CallbackTable = std::map<std::string, sptr<IRemoteObject>>;
+    int32_t PutKeyedCallback(CallbackTable& table, const std::string& key, const sptr<IRemoteObject>& callback);
+    // Removes and hands back the key's callback.
+    int32_t TakeKeyedCallback(CallbackTable& table, const std::string& key, sptr<IRemoteObject>& callback);
     // Under mutex_: count of the object's registrations went from 0 to 1.
     // Returns the recipient to attach once the lock is released (null when
     // the object is already watched).
@@ -200,8 +206,8 @@ private:
     std::vector<CallbackEntry> serviceChanged_;
     std::vector<CallbackEntry> deliver_;
     std::vector<CallbackEntry> dialog_;
-    std::map<std::string, sptr<IRemoteObject>> serviceRequests_;
-    std::map<std::string, sptr<IRemoteObject>> keyMouse_;
+    CallbackTable serviceRequests_;
+    CallbackTable keyMouse_;
     std::map<const IRemoteObject*, Watch> watches_;
     bool keyMouseEdgeSwitch_ = false;
     bool bindKeymouseService_ = false;

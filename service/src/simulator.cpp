@@ -688,6 +688,46 @@ int32_t Simulator::NotifyDialogEvent(const std::string& dialogEvent)
     return SIM_OK;
 }
 
+int32_t Simulator::PutKeyedCallback(CallbackTable& table, const std::string& key, const sptr<IRemoteObject>& callback)
+{
+    sptr<IRemoteObject> previous;
+    sptr<IRemoteObject::DeathRecipient> attach;
+    sptr<IRemoteObject::DeathRecipient> detach;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto it = table.find(key);
+        if (it == table.end() && table.size() >= MAX_REGISTRATIONS) {
+            return SIM_ERR_TOO_MANY_REGISTRATIONS;
+        }
+        if (it != table.end()) {
+            previous = it->second;
+            detach = ReleaseLocked(previous.GetRefPtr());
+        }
+        table[key] = callback;
+        attach = RetainLocked(callback);
+    }
+    Detach(previous, detach);
+    Attach(callback, attach);
+    return SIM_OK;
+}
+
+int32_t Simulator::TakeKeyedCallback(CallbackTable& table, const std::string& key, sptr<IRemoteObject>& callback)
+{
+    sptr<IRemoteObject::DeathRecipient> detach;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto it = table.find(key);
+        if (it == table.end()) {
+            return SIM_ERR_NOT_REGISTERED;
+        }
+        callback = it->second;
+        table.erase(it);
+        detach = ReleaseLocked(callback.GetRefPtr());
+    }
+    Detach(callback, detach);
+    return SIM_OK;
+}
+
 int32_t Simulator::RequestService(const std::string& pkgName, const sptr<IRemoteObject>& callback)
 {
     if (pkgName.empty()) {
@@ -696,45 +736,21 @@ int32_t Simulator::RequestService(const std::string& pkgName, const sptr<IRemote
     if (callback == nullptr) {
         return SIM_ERR_NULL_CALLBACK;
     }
-    sptr<IRemoteObject> previous;
-    sptr<IRemoteObject::DeathRecipient> attach;
-    sptr<IRemoteObject::DeathRecipient> detach;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto it = serviceRequests_.find(pkgName);
-        if (it == serviceRequests_.end() && serviceRequests_.size() >= MAX_REGISTRATIONS) {
-            return SIM_ERR_TOO_MANY_REGISTRATIONS;
-        }
-        if (it != serviceRequests_.end()) {
-            previous = it->second;
-            detach = ReleaseLocked(previous.GetRefPtr());
-        }
-        serviceRequests_[pkgName] = callback;
-        attach = RetainLocked(callback);
+    int32_t status = PutKeyedCallback(serviceRequests_, pkgName, callback);
+    if (status == SIM_OK) {
+        SendPublishEvent(callback, RequestResultInfo(static_cast<uint32_t>(PublishEvent::REQUESTED), SIM_OK));
     }
-    Detach(previous, detach);
-    Attach(callback, attach);
-    SendPublishEvent(callback, RequestResultInfo(static_cast<uint32_t>(PublishEvent::REQUESTED), SIM_OK));
-    return SIM_OK;
+    return status;
 }
 
 int32_t Simulator::UnRequestService(const std::string& pkgName)
 {
     sptr<IRemoteObject> callback;
-    sptr<IRemoteObject::DeathRecipient> detach;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto it = serviceRequests_.find(pkgName);
-        if (it == serviceRequests_.end()) {
-            return SIM_ERR_NOT_REGISTERED;
-        }
-        callback = it->second;
-        serviceRequests_.erase(it);
-        detach = ReleaseLocked(callback.GetRefPtr());
+    int32_t status = TakeKeyedCallback(serviceRequests_, pkgName, callback);
+    if (status == SIM_OK) {
+        SendPublishEvent(callback, RequestResultInfo(static_cast<uint32_t>(PublishEvent::WITHDRAWN), SIM_OK));
     }
-    Detach(callback, detach);
-    SendPublishEvent(callback, RequestResultInfo(static_cast<uint32_t>(PublishEvent::WITHDRAWN), SIM_OK));
-    return SIM_OK;
+    return status;
 }
 
 int32_t Simulator::AddKeyMouseCallback(const std::string& callerId, const sptr<IRemoteObject>& callback)
@@ -742,43 +758,13 @@ int32_t Simulator::AddKeyMouseCallback(const std::string& callerId, const sptr<I
     if (callback == nullptr) {
         return SIM_ERR_NULL_CALLBACK;
     }
-    sptr<IRemoteObject> previous;
-    sptr<IRemoteObject::DeathRecipient> attach;
-    sptr<IRemoteObject::DeathRecipient> detach;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto it = keyMouse_.find(callerId);
-        if (it == keyMouse_.end() && keyMouse_.size() >= MAX_REGISTRATIONS) {
-            return SIM_ERR_TOO_MANY_REGISTRATIONS;
-        }
-        if (it != keyMouse_.end()) {
-            previous = it->second;
-            detach = ReleaseLocked(previous.GetRefPtr());
-        }
-        keyMouse_[callerId] = callback;
-        attach = RetainLocked(callback);
-    }
-    Detach(previous, detach);
-    Attach(callback, attach);
-    return SIM_OK;
+    return PutKeyedCallback(keyMouse_, callerId, callback);
 }
 
 int32_t Simulator::RemoveKeyMouseCallback(const std::string& callerId)
 {
     sptr<IRemoteObject> callback;
-    sptr<IRemoteObject::DeathRecipient> detach;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto it = keyMouse_.find(callerId);
-        if (it == keyMouse_.end()) {
-            return SIM_ERR_NOT_REGISTERED;
-        }
-        callback = it->second;
-        keyMouse_.erase(it);
-        detach = ReleaseLocked(callback.GetRefPtr());
-    }
-    Detach(callback, detach);
-    return SIM_OK;
+    return TakeKeyedCallback(keyMouse_, callerId, callback);
 }
 
 void Simulator::SetKeyMouseEdgeSwitch(bool on)
