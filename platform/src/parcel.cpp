@@ -486,53 +486,53 @@ bool Parcel::ReadInt32Vector(std::vector<int32_t>* value)
     return ReadPodVector(*this, value);
 }
 
+namespace {
+
+// The value form of a read: what the checked form read, or a value-initialised
+// one when it failed.
+template <typename T>
+T ReadOrDefault(Parcel& parcel, bool (Parcel::*read)(T&))
+{
+    T value{};
+    (parcel.*read)(value);
+    return value;
+}
+
+}  // namespace
+
 bool Parcel::ReadBool()
 {
-    bool value = false;
-    ReadBool(value);
-    return value;
+    return ReadOrDefault(*this, &Parcel::ReadBool);
 }
 
 int32_t Parcel::ReadInt32()
 {
-    int32_t value = 0;
-    ReadInt32(value);
-    return value;
+    return ReadOrDefault(*this, &Parcel::ReadInt32);
 }
 
 uint32_t Parcel::ReadUint32()
 {
-    uint32_t value = 0;
-    ReadUint32(value);
-    return value;
+    return ReadOrDefault(*this, &Parcel::ReadUint32);
 }
 
 int64_t Parcel::ReadInt64()
 {
-    int64_t value = 0;
-    ReadInt64(value);
-    return value;
+    return ReadOrDefault(*this, &Parcel::ReadInt64);
 }
 
 uint64_t Parcel::ReadUint64()
 {
-    uint64_t value = 0;
-    ReadUint64(value);
-    return value;
+    return ReadOrDefault(*this, &Parcel::ReadUint64);
 }
 
 std::string Parcel::ReadString()
 {
-    std::string value;
-    ReadString(value);
-    return value;
+    return ReadOrDefault(*this, &Parcel::ReadString);
 }
 
 std::u16string Parcel::ReadString16()
 {
-    std::u16string value;
-    ReadString16(value);
-    return value;
+    return ReadOrDefault(*this, &Parcel::ReadString16);
 }
 
 }  // namespace Tavik
