@@ -16,6 +16,7 @@
 #include "device_detect_descriptors.h"
 #include "device_detect_request_code.h"
 #include "device_dynamic_info.h"
+#include "fuzz_common.h"
 #include "message_option.h"
 #include "message_parcel.h"
 #include "publish_event_info.h"
@@ -52,25 +53,7 @@ Bytes Concat(Bytes head, const Bytes& tail)
 
 // --- parcel_fuzzer: [op count][object count][ops...][data...] --------------
 
-// The operation numbers of parcel_fuzzer.cpp.
-enum Op : uint8_t {
-    BOOL,
-    INT32,
-    UINT32,
-    INT64,
-    UINT64,
-    STRING,
-    STRING16,
-    INTERFACE_TOKEN,
-    STRING_VECTOR,
-    UINT32_VECTOR,
-    INT32_VECTOR,
-    REMOTE_OBJECT,
-    BUFFER,
-    SKIP,
-    REWIND,
-    REWIND_TO_START,
-};
+using namespace DdFuzz;  // the parcel operations
 
 Bytes ParcelInput(uint8_t objects, const Bytes& ops, const std::function<void(MessageParcel&)>& fill)
 {

@@ -4,6 +4,7 @@
 #define DD_FUZZ_COMMON_H
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -13,6 +14,27 @@ namespace DdFuzz {
 
 // Larger inputs teach nothing a 50 kB one does not, and slow every run.
 constexpr size_t MAX_INPUT_SIZE = 50 * 1024;
+
+// parcel_fuzzer's operations, numbered by the low four bits of an operation
+// byte; the corpus generator writes its seeds with the same numbers.
+enum ParcelOp : uint8_t {
+    BOOL,
+    INT32,
+    UINT32,
+    INT64,
+    UINT64,
+    STRING,
+    STRING16,
+    INTERFACE_TOKEN,
+    STRING_VECTOR,
+    UINT32_VECTOR,
+    INT32_VECTOR,
+    REMOTE_OBJECT,
+    BUFFER,
+    SKIP,
+    REWIND,
+    REWIND_TO_START,
+};
 
 // What the current input is exercising (a record's name, a method), printed
 // with a broken invariant.

@@ -265,25 +265,8 @@ private:
 
 void RunOperation(MessageParcel& parcel, OperationStream& ops)
 {
-    enum Operation : uint8_t {
-        BOOL,
-        INT32,
-        UINT32,
-        INT64,
-        UINT64,
-        STRING,
-        STRING16,
-        INTERFACE_TOKEN,
-        STRING_VECTOR,
-        UINT32_VECTOR,
-        INT32_VECTOR,
-        REMOTE_OBJECT,
-        BUFFER,
-        SKIP,
-        REWIND,
-        REWIND_TO_START,
-    };
-    switch (static_cast<Operation>(ops.Next() & 0x0F)) {
+    using namespace DdFuzz;  // the operations
+    switch (static_cast<ParcelOp>(ops.Next() & 0x0F)) {
         case BOOL:
             CheckPod<int32_t>(
                 parcel, true, [](Parcel& p, bool& v) { return p.ReadBool(v); }, [](Parcel& p) { return p.ReadBool(); });
