@@ -269,17 +269,7 @@ TEST_F(ServiceDeathTest, KilledUnderLoadFailsEveryCallerNotifiesOnceAndLeavesNot
                 static_cast<long long>(std::chrono::duration_cast<std::chrono::microseconds>(slowestWake).count()));
 }
 
-class ClientDeathTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        ASSERT_EQ(PublishSystemAbility(id_, sptr<IRemoteObject>(new TestService())), PublishStatus::OK);
-    }
-    void TearDown() override { UnpublishSystemAbility(id_); }
-
-    ScopedRuntimeDir dir_;
-    const int32_t id_ = NextSystemAbilityId();
-};
+using ClientDeathTest = PublishedServiceTest;
 
 TEST_F(ClientDeathTest, KilledClientCostsTheServiceItsExportsAndConnection)
 {

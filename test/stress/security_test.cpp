@@ -15,17 +15,7 @@ namespace Tavik {
 namespace TransportTest {
 namespace {
 
-class AccessTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        ASSERT_EQ(PublishSystemAbility(id_, sptr<IRemoteObject>(new TestService())), PublishStatus::OK);
-    }
-    void TearDown() override { UnpublishSystemAbility(id_); }
-
-    ScopedRuntimeDir dir_;
-    const int32_t id_ = NextSystemAbilityId();
-};
+using AccessTest = PublishedServiceTest;
 
 TEST_F(AccessTest, RuntimeDirectoryAndSocketAreTheOwnersAlone)
 {

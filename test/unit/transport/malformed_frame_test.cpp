@@ -58,15 +58,7 @@ FrameHeader EchoTransaction(uint64_t callId)
     return header;
 }
 
-class MalformedFrameTest : public ::testing::Test {
-protected:
-    void SetUp() override { ASSERT_EQ(PublishSystemAbility(id_, service_), PublishStatus::OK); }
-    void TearDown() override { UnpublishSystemAbility(id_); }
-
-    ScopedRuntimeDir dir_;
-    const int32_t id_ = NextSystemAbilityId();
-    sptr<IRemoteObject> service_{new TestService()};
-};
+using MalformedFrameTest = PublishedServiceTest;
 
 TEST_F(MalformedFrameTest, FrameSplitAcrossWritesIsReassembled)
 {

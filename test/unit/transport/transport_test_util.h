@@ -16,9 +16,12 @@
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "ipc_object_stub.h"
 #include "message_option.h"
 #include "message_parcel.h"
+#include "socket_transport.h"
 #include "transport/frame.h"
 
 namespace Tavik {
@@ -142,6 +145,18 @@ bool WaitForClose(int fd, std::chrono::milliseconds limit = std::chrono::millise
 // Reads one whole frame (header and body); false on end or time-out.
 bool ReadFrame(int fd, Transport::FrameHeader& header, std::vector<uint8_t>& body,
                std::chrono::milliseconds limit = std::chrono::milliseconds(5000));
+
+// A TestService published under a fresh id in a fresh runtime directory for
+// the length of one test.
+class PublishedServiceTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(PublishSystemAbility(id_, service_), PublishStatus::OK); }
+    void TearDown() override { UnpublishSystemAbility(id_); }
+
+    ScopedRuntimeDir dir_;
+    const int32_t id_ = NextSystemAbilityId();
+    sptr<IRemoteObject> service_{new TestService()};
+};
 
 }  // namespace TransportTest
 }  // namespace Tavik
