@@ -74,6 +74,24 @@ void InProcessList(benchmark::State& state)
 }
 BENCHMARK(InProcessList)->Name("proxy/inproc/GetTrustedDeviceList")->Arg(0)->Arg(1)->Arg(1024);
 
+// One GetTrustedDeviceList request straight to the service's stub; the
+// reply is encoded and dropped.
+bool CallStubList(const sptr<IRemoteObject>& stub, benchmark::State& state)
+{
+    MessageParcel data;
+    MessageParcel reply;
+    MessageOption option;
+    data.WriteInterfaceToken(Descriptor::DEVICE_DETECT);
+    data.WriteString("");
+    if (stub->SendRequest(static_cast<uint32_t>(DeviceDetectRequestCode::GET_TRUSTED_DEVICE_LIST), data, reply,
+                          option) != 0) {
+        state.SkipWithError("SendRequest failed");
+        return false;
+    }
+    benchmark::DoNotOptimize(reply.GetData());
+    return true;
+}
+
 // The service's half of the list alone: the stub called directly, reply
 // encoded and dropped.
 void StubList(benchmark::State& state)
@@ -81,17 +99,9 @@ void StubList(benchmark::State& state)
     Sim::EmbeddedService service(MakeWorld(static_cast<size_t>(state.range(0))));
     sptr<IRemoteObject> stub = service.Object();
     for (auto _ : state) {
-        MessageParcel data;
-        MessageParcel reply;
-        MessageOption option;
-        data.WriteInterfaceToken(Descriptor::DEVICE_DETECT);
-        data.WriteString("");
-        if (stub->SendRequest(static_cast<uint32_t>(DeviceDetectRequestCode::GET_TRUSTED_DEVICE_LIST), data, reply,
-                              option) != 0) {
-            state.SkipWithError("SendRequest failed");
+        if (!CallStubList(stub, state)) {
             break;
         }
-        benchmark::DoNotOptimize(reply.GetData());
     }
 }
 BENCHMARK(StubList)->Name("service/stub/GetTrustedDeviceList")->Arg(1024);
@@ -107,17 +117,9 @@ void StubListAfterChange(benchmark::State& state)
     for (auto _ : state) {
         on = !on;
         service.GetSimulator()->SetDynamicInfo(SWITCH_ID, "bench", on ? "1" : "0", detail);
-        MessageParcel data;
-        MessageParcel reply;
-        MessageOption option;
-        data.WriteInterfaceToken(Descriptor::DEVICE_DETECT);
-        data.WriteString("");
-        if (stub->SendRequest(static_cast<uint32_t>(DeviceDetectRequestCode::GET_TRUSTED_DEVICE_LIST), data, reply,
-                              option) != 0) {
-            state.SkipWithError("SendRequest failed");
+        if (!CallStubList(stub, state)) {
             break;
         }
-        benchmark::DoNotOptimize(reply.GetData());
     }
 }
 BENCHMARK(StubListAfterChange)->Name("service/stub/GetTrustedDeviceList_after_change")->Arg(1024);
