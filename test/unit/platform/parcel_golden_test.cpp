@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -22,8 +22,7 @@ using Test::CompactHex;
 using Test::TestRecord;
 using Test::ToHex;
 
-// The DeviceInfo layout (udid, networkId, deviceName, deviceType) written
-// with the same parcel operations as the record, to pin the worked example.
+// The DeviceInfo layout (udid, networkId, deviceName, deviceType), to pin the worked example.
 bool WriteDeviceInfoFields(Parcel& p)
 {
     return p.WriteString("a1b2") && p.WriteString("net") && p.WriteString("Phone") && p.WriteUint32(14);
@@ -40,89 +39,63 @@ struct GoldenCase {
     const char* hex;  // words separated by spaces for the reader; spaces are ignored
 };
 
+#define W(...) NAMED_WRITE(MessageParcel, __VA_ARGS__)
+
 const std::vector<GoldenCase>& GoldenCases()
 {
     static const std::vector<GoldenCase> cases = {
-        {"int32 1", [](MessageParcel& p) { return p.WriteInt32(1); }, "01000000"},
-        {"int32 -2", [](MessageParcel& p) { return p.WriteInt32(-2); }, "feffffff"},
-        {"int32 0x12345678", [](MessageParcel& p) { return p.WriteInt32(0x12345678); }, "78563412"},
-        {"uint32 0xdeadbeef", [](MessageParcel& p) { return p.WriteUint32(0xdeadbeefu); }, "efbeadde"},
-        {"bool true", [](MessageParcel& p) { return p.WriteBool(true); }, "01000000"},
-        {"bool false", [](MessageParcel& p) { return p.WriteBool(false); }, "00000000"},
-        {"int64 0x0102030405060708", [](MessageParcel& p) { return p.WriteInt64(0x0102030405060708); },
-         "08070605 04030201"},
-        {"int64 -1", [](MessageParcel& p) { return p.WriteInt64(-1); }, "ffffffff ffffffff"},
-        {"uint64 0x8000000000000001", [](MessageParcel& p) { return p.WriteUint64(0x8000000000000001u); },
-         "01000000 00000080"},
+        {W(WriteInt32(1)), "01000000"},
+        {W(WriteInt32(-2)), "feffffff"},
+        {W(WriteInt32(0x12345678)), "78563412"},
+        {W(WriteUint32(0xdeadbeefu)), "efbeadde"},
+        {W(WriteBool(true)), "01000000"},
+        {W(WriteBool(false)), "00000000"},
+        {W(WriteInt64(0x0102030405060708)), "08070605 04030201"},
+        {W(WriteInt64(-1)), "ffffffff ffffffff"},
+        {W(WriteUint64(0x8000000000000001u)), "01000000 00000080"},
         // Strings: length, bytes, one NUL, zero padding to the next word.
-        {"string \"\"", [](MessageParcel& p) { return p.WriteString(""); }, "00000000 00000000"},
-        {"string \"a\"", [](MessageParcel& p) { return p.WriteString("a"); }, "01000000 61000000"},
-        {"string \"ab\"", [](MessageParcel& p) { return p.WriteString("ab"); }, "02000000 61620000"},
-        {"string \"abc\"", [](MessageParcel& p) { return p.WriteString("abc"); }, "03000000 61626300"},
-        {"string \"abcd\"", [](MessageParcel& p) { return p.WriteString("abcd"); }, "04000000 61626364 00000000"},
-        {"string \"abcde\"", [](MessageParcel& p) { return p.WriteString("abcde"); }, "05000000 61626364 65000000"},
-        {"string with NUL inside", [](MessageParcel& p) { return p.WriteString(std::string("a\0b", 3)); },
-         "03000000 61006200"},
-        {"string UTF-8 bytes", [](MessageParcel& p) { return p.WriteString("\xc3\xa9"); }, "02000000 c3a90000"},
+        {W(WriteString("")), "00000000 00000000"},
+        {W(WriteString("a")), "01000000 61000000"},
+        {W(WriteString("ab")), "02000000 61620000"},
+        {W(WriteString("abc")), "03000000 61626300"},
+        {W(WriteString("abcd")), "04000000 61626364 00000000"},
+        {W(WriteString("abcde")), "05000000 61626364 65000000"},
+        {W(WriteString(std::string("a\0b", 3))), "03000000 61006200"},
+        {W(WriteString("\xc3\xa9")), "02000000 c3a90000"},
         // UTF-16 strings: length in code units, the units, one NUL unit, padding.
-        {"u16string \"\"", [](MessageParcel& p) { return p.WriteString16(u""); }, "00000000 00000000"},
-        {"u16string \"A\"", [](MessageParcel& p) { return p.WriteString16(u"A"); }, "01000000 41000000"},
-        {"u16string \"AB\"", [](MessageParcel& p) { return p.WriteString16(u"AB"); }, "02000000 41004200 00000000"},
-        {"u16string \"ABC\"", [](MessageParcel& p) { return p.WriteString16(u"ABC"); }, "03000000 41004200 43000000"},
-        {"u16string U+00E9", [](MessageParcel& p) { return p.WriteString16(u"\u00e9"); }, "01000000 e9000000"},
-        {"u16string surrogate pair U+1F600", [](MessageParcel& p) { return p.WriteString16(u"\U0001F600"); },
-         "02000000 3dd800de 00000000"},
-        {"buffer of 3 bytes", [](MessageParcel& p) { return p.WriteBuffer("\x01\x02\x03", 3); }, "01020300"},
-        {"buffer of 0 bytes", [](MessageParcel& p) { return p.WriteBuffer("", 0); }, ""},
+        {W(WriteString16(u"")), "00000000 00000000"},
+        {W(WriteString16(u"A")), "01000000 41000000"},
+        {W(WriteString16(u"AB")), "02000000 41004200 00000000"},
+        {W(WriteString16(u"ABC")), "03000000 41004200 43000000"},
+        {W(WriteString16(u"\u00e9")), "01000000 e9000000"},
+        {W(WriteString16(u"\U0001F600")), "02000000 3dd800de 00000000"},
+        {W(WriteBuffer("\x01\x02\x03", 3)), "01020300"},
+        {W(WriteBuffer("", 0)), ""},
         // Vectors: count, then each element as its own item.
-        {"string vector {}", [](MessageParcel& p) { return p.WriteStringVector({}); }, "00000000"},
-        {"string vector {\"a\", \"\", \"abcd\"}",
-         [](MessageParcel& p) {
-             return p.WriteStringVector({"a", "", "abcd"});
-         },
+        {W(WriteStringVector({})), "00000000"},
+        {W(WriteStringVector({"a", "", "abcd"})),
          "03000000 01000000 61000000 00000000 00000000 04000000 61626364 00000000"},
-        {"uint32 vector {1, 0xffffffff}",
-         [](MessageParcel& p) {
-             return p.WriteUInt32Vector({1, 0xffffffffu});
-         },
-         "02000000 01000000 ffffffff"},
-        {"uint32 vector {}", [](MessageParcel& p) { return p.WriteUInt32Vector({}); }, "00000000"},
-        {"int32 vector {-1, 2}",
-         [](MessageParcel& p) {
-             return p.WriteInt32Vector({-1, 2});
-         },
-         "02000000 ffffffff 02000000"},
-        // Strong parcelables: presence, then the record's own fields.
-        {"strong parcelable TestRecord{7, \"ab\", 9}",
-         [](MessageParcel& p) { return p.WriteStrongParcelable(sptr<Parcelable>(new TestRecord(7, "ab", 9))); },
-         "01000000 07000000 02000000 61620000 09000000"},
-        {"strong parcelable null", [](MessageParcel& p) { return p.WriteStrongParcelable(nullptr); }, "00000000"},
-        {"parcelable pointer TestRecord{-1, \"\", 0}",
-         [](MessageParcel& p) {
-             TestRecord record(-1, "", 0);
-             return p.WriteParcelable(&record);
-         },
+        {W(WriteUInt32Vector({1, 0xffffffffu})), "02000000 01000000 ffffffff"},
+        {W(WriteUInt32Vector({})), "00000000"},
+        {W(WriteInt32Vector({-1, 2})), "02000000 ffffffff 02000000"},
+        // Parcelables: presence, then the record's own fields.
+        {W(WriteStrongParcelable(new TestRecord(7, "ab", 9))), "01000000 07000000 02000000 61620000 09000000"},
+        {W(WriteStrongParcelable(nullptr)), "00000000"},
+        {W(WriteParcelable(std::make_unique<TestRecord>(-1, "", 0).get())),
          "01000000 ffffffff 00000000 00000000 00000000"},
-        {"parcelable pointer null", [](MessageParcel& p) { return p.WriteParcelable(nullptr); }, "00000000"},
-        // The worked DeviceInfo example of docs/wire-format.md.
-        {"DeviceInfo fields {\"a1b2\", \"net\", \"Phone\", 14}", WriteDeviceInfoFields,
+        {W(WriteParcelable(nullptr)), "00000000"},
+        // The worked DeviceInfo example of docs/wire-format.md, bare and framed.
+        {"DeviceInfo fields", WriteDeviceInfoFields,
          "04000000 61316232 00000000 03000000 6e657400 05000000 50686f6e 65000000 0e000000"},
-        {"DeviceInfo as strong parcelable",
-         [](MessageParcel& p) { return p.WriteStrongParcelable(sptr<Parcelable>(new DeviceInfoShape())); },
+        {W(WriteStrongParcelable(new DeviceInfoShape())),
          "01000000 04000000 61316232 00000000 03000000 6e657400 05000000 50686f6e 65000000 0e000000"},
         // The interface token is one u16string.
-        {"interface token \"T.I\"", [](MessageParcel& p) { return p.WriteInterfaceToken(u"T.I"); },
-         "03000000 54002e00 49000000"},
-        {"interface token \"Tavik.Syntavo.IDeviceDetect\"",
-         [](MessageParcel& p) { return p.WriteInterfaceToken(u"Tavik.Syntavo.IDeviceDetect"); },
+        {W(WriteInterfaceToken(u"T.I")), "03000000 54002e00 49000000"},
+        {W(WriteInterfaceToken(u"Tavik.Syntavo.IDeviceDetect")),
          "1b000000 54006100 76006900 6b002e00 53007900 6e007400 61007600 6f002e00 49004400 65007600 69006300 "
          "65004400 65007400 65006300 74000000"},
-        // Remote objects: a uint32 index into the object table beside the data.
-        {"two remote objects",
-         [](MessageParcel& p) {
-             return p.WriteRemoteObject(sptr<IRemoteObject>(new IPCObjectStub(u"a"))) &&
-                    p.WriteRemoteObject(sptr<IRemoteObject>(new IPCObjectStub(u"b")));
-         },
+        // Remote objects: a uint32 index into the object table beside the data; a repeat gets a new slot.
+        {W(WriteRemoteObject(new IPCObjectStub(u"a")) && p.WriteRemoteObject(new IPCObjectStub(u"b"))),
          "00000000 01000000"},
         {"int32 42, then objects B, A, B",
          [](MessageParcel& p) {
@@ -132,10 +105,7 @@ const std::vector<GoldenCase>& GoldenCases()
          },
          "2a000000 00000000 01000000 02000000"},
         // Items follow each other with no gaps: every item starts on a word.
-        {"int32, string \"abcde\", bool, int64",
-         [](MessageParcel& p) {
-             return p.WriteInt32(5) && p.WriteString("abcde") && p.WriteBool(true) && p.WriteInt64(2);
-         },
+        {W(WriteInt32(5) && p.WriteString("abcde") && p.WriteBool(true) && p.WriteInt64(2)),
          "05000000 05000000 61626364 65000000 01000000 02000000 00000000"},
     };
     return cases;

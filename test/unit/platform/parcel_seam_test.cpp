@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -35,39 +36,26 @@ TEST_F(ParcelSeamTest, EachOperationIsOneWrite)
         const char* name;
         std::function<bool(MessageParcel&)> write;
     };
+#define W(...) NAMED_WRITE(MessageParcel, __VA_ARGS__)
     const WriteOp ops[] = {
-        {"WriteBool", [](MessageParcel& p) { return p.WriteBool(true); }},
-        {"WriteInt32", [](MessageParcel& p) { return p.WriteInt32(1); }},
-        {"WriteUint32", [](MessageParcel& p) { return p.WriteUint32(1); }},
-        {"WriteInt64", [](MessageParcel& p) { return p.WriteInt64(1); }},
-        {"WriteUint64", [](MessageParcel& p) { return p.WriteUint64(1); }},
-        {"WriteString", [](MessageParcel& p) { return p.WriteString("abc"); }},
-        {"WriteString16", [](MessageParcel& p) { return p.WriteString16(u"abc"); }},
-        {"WriteBuffer", [](MessageParcel& p) { return p.WriteBuffer("abcde", 5); }},
-        {"WriteStringVector of 3",
-         [](MessageParcel& p) {
-             return p.WriteStringVector({"a", "b", "c"});
-         }},
-        {"WriteUInt32Vector of 3",
-         [](MessageParcel& p) {
-             return p.WriteUInt32Vector({1, 2, 3});
-         }},
-        {"WriteInt32Vector of 3",
-         [](MessageParcel& p) {
-             return p.WriteInt32Vector({1, 2, 3});
-         }},
-        {"WriteStrongParcelable with 3 fields",
-         [](MessageParcel& p) { return p.WriteStrongParcelable(new TestRecord(1, "ab", 2)); }},
-        {"WriteStrongParcelable null", [](MessageParcel& p) { return p.WriteStrongParcelable(nullptr); }},
-        {"WriteParcelable with 3 fields",
-         [](MessageParcel& p) {
-             TestRecord record(1, "ab", 2);
-             return p.WriteParcelable(&record);
-         }},
-        {"WriteInterfaceToken", [](MessageParcel& p) { return p.WriteInterfaceToken(u"Tavik.Test.IFoo"); }},
-        {"WriteRemoteObject",
-         [](MessageParcel& p) { return p.WriteRemoteObject(sptr<IRemoteObject>(new IPCObjectStub(u"x"))); }},
+        {W(WriteBool(true))},
+        {W(WriteInt32(1))},
+        {W(WriteUint32(1))},
+        {W(WriteInt64(1))},
+        {W(WriteUint64(1))},
+        {W(WriteString("abc"))},
+        {W(WriteString16(u"abc"))},
+        {W(WriteBuffer("abcde", 5))},
+        {W(WriteStringVector({"a", "b", "c"}))},
+        {W(WriteUInt32Vector({1, 2, 3}))},
+        {W(WriteInt32Vector({1, 2, 3}))},
+        {W(WriteStrongParcelable(new TestRecord(1, "ab", 2)))},
+        {W(WriteStrongParcelable(nullptr))},
+        {W(WriteParcelable(std::make_unique<TestRecord>(1, "ab", 2).get()))},
+        {W(WriteInterfaceToken(u"Tavik.Test.IFoo"))},
+        {W(WriteRemoteObject(new IPCObjectStub(u"x")))},
     };
+#undef W
     for (const WriteOp& op : ops) {
         MessageParcel parcel;
         FailWritesAfter(0);

@@ -7,6 +7,7 @@
 #include <climits>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -226,18 +227,12 @@ TEST(ParcelTest, HostileCountsFailWithoutLargeAllocation)
         uint32_t filler;
         std::function<bool(Parcel&)> fails;
     };
-    auto stringVector = [](Parcel& p) {
-        std::vector<std::string> out;
-        return !p.ReadStringVector(&out);
-    };
-    auto uint32Vector = [](Parcel& p) {
-        std::vector<uint32_t> out;
-        return !p.ReadUInt32Vector(&out);
-    };
-    auto int32Vector = [](Parcel& p) {
-        std::vector<int32_t> out;
-        return !p.ReadInt32Vector(&out);
-    };
+    std::vector<std::string> strings;
+    std::vector<uint32_t> uints;
+    std::vector<int32_t> ints;
+    auto stringVector = [&strings](Parcel& p) { return !p.ReadStringVector(&strings); };
+    auto uint32Vector = [&uints](Parcel& p) { return !p.ReadUInt32Vector(&uints); };
+    auto int32Vector = [&ints](Parcel& p) { return !p.ReadInt32Vector(&ints); };
     auto string = [](Parcel& p) { return p.ReadString().empty(); };
     auto string16 = [](Parcel& p) { return p.ReadString16().empty(); };
     const Case cases[] = {
@@ -287,7 +282,7 @@ TEST(ParcelTest, HugeBufferSizesDoNotWrap)
 
 // --- capacity -------------------------------------------------------------------
 
-TEST(ParcelTest, DefaultCapacityIsOneMebibyte)
+TEST(ParcelTest, CapacityIsOneMebibyteByDefaultAndSettable)
 {
     Parcel parcel;
     EXPECT_EQ(parcel.GetMaxCapacity(), size_t{1024 * 1024});
@@ -302,6 +297,17 @@ TEST(ParcelTest, DefaultCapacityIsOneMebibyte)
     EXPECT_FALSE(other.WriteBuffer(block.data(), block.size()));
     EXPECT_FALSE(other.ParseFrom(block.data(), block.size()));
     EXPECT_EQ(other.GetDataSize(), 0u);
+
+    ASSERT_TRUE(other.WriteInt64(1));
+    EXPECT_FALSE(other.SetMaxCapacity(4)) << "below the data already held";
+    EXPECT_EQ(other.GetMaxCapacity(), Parcel::DEFAULT_MAX_CAPACITY);
+    EXPECT_TRUE(other.SetMaxCapacity(8));
+    EXPECT_FALSE(other.WriteBool(false));
+    other.FlushBuffer();
+    EXPECT_EQ(other.GetMaxCapacity(), 8u) << "flushing keeps the cap";
+    const uint8_t twelve[12] = {};
+    EXPECT_FALSE(other.ParseFrom(twelve, sizeof(twelve)));
+    EXPECT_TRUE(other.ParseFrom(twelve, 8));
 }
 
 // Under every capacity that cannot hold the whole item, the write fails and
@@ -313,30 +319,19 @@ TEST(ParcelTest, WriteOverCapacityRollsBack)
         const char* name;
         std::function<bool(Parcel&)> write;
     };
+#define W(...) NAMED_WRITE(Parcel, __VA_ARGS__)
     const Case cases[] = {
-        {"string of 8", [](Parcel& p) { return p.WriteString("abcdefgh"); }},
-        {"string of 4 (NUL in its own word)", [](Parcel& p) { return p.WriteString("abcd"); }},
-        {"u16string of 4", [](Parcel& p) { return p.WriteString16(u"abcd"); }},
-        {"buffer of 9", [](Parcel& p) { return p.WriteBuffer("123456789", 9); }},
-        {"string vector",
-         [](Parcel& p) {
-             return p.WriteStringVector({"aaaa", "bbbb", "cccc"});
-         }},
-        {"uint32 vector",
-         [](Parcel& p) {
-             return p.WriteUInt32Vector({1, 2, 3, 4, 5});
-         }},
-        {"int32 vector",
-         [](Parcel& p) {
-             return p.WriteInt32Vector({-1, -2, -3, -4, -5});
-         }},
-        {"strong parcelable", [](Parcel& p) { return p.WriteStrongParcelable(new TestRecord(5, "abcdefg", 6)); }},
-        {"parcelable pointer",
-         [](Parcel& p) {
-             TestRecord record(1, "", 2);
-             return p.WriteParcelable(&record);
-         }},
+        {W(WriteString("abcdefgh"))},
+        {W(WriteString("abcd"))},  // the NUL in its own word
+        {W(WriteString16(u"abcd"))},
+        {W(WriteBuffer("123456789", 9))},
+        {W(WriteStringVector({"aaaa", "bbbb", "cccc"}))},
+        {W(WriteUInt32Vector({1, 2, 3, 4, 5}))},
+        {W(WriteInt32Vector({-1, -2, -3, -4, -5}))},
+        {W(WriteStrongParcelable(new TestRecord(5, "abcdefg", 6)))},
+        {W(WriteParcelable(std::make_unique<TestRecord>(1, "", 2).get()))},
     };
+#undef W
     for (const Case& c : cases) {
         Parcel sizing;
         ASSERT_TRUE(sizing.WriteInt32(kMarker) && c.write(sizing)) << c.name;
@@ -350,21 +345,6 @@ TEST(ParcelTest, WriteOverCapacityRollsBack)
             EXPECT_EQ(ToHex(parcel), ToHex(sizing)) << c.name << " after raising " << cap;
         }
     }
-}
-
-TEST(ParcelTest, SetMaxCapacity)
-{
-    Parcel parcel;
-    ASSERT_TRUE(parcel.WriteInt64(1));
-    EXPECT_FALSE(parcel.SetMaxCapacity(4)) << "below the data already held";
-    EXPECT_EQ(parcel.GetMaxCapacity(), Parcel::DEFAULT_MAX_CAPACITY);
-    EXPECT_TRUE(parcel.SetMaxCapacity(8));
-    EXPECT_FALSE(parcel.WriteBool(false));
-    parcel.FlushBuffer();
-    EXPECT_EQ(parcel.GetMaxCapacity(), 8u) << "flushing keeps the cap";
-    const uint8_t twelve[12] = {};
-    EXPECT_FALSE(parcel.ParseFrom(twelve, sizeof(twelve)));
-    EXPECT_TRUE(parcel.ParseFrom(twelve, 8));
 }
 
 }  // namespace

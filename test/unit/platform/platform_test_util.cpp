@@ -4,6 +4,8 @@
 // stays thread-safe and cheap.
 #include "platform_test_util.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
@@ -71,15 +73,10 @@ std::string ToHex(const uint8_t* data, size_t size)
     return out;
 }
 
-std::string CompactHex(const std::string& spaced)
+std::string CompactHex(std::string spaced)
 {
-    std::string out;
-    for (char c : spaced) {
-        if (c != ' ') {
-            out.push_back(c);
-        }
-    }
-    return out;
+    spaced.erase(std::remove(spaced.begin(), spaced.end(), ' '), spaced.end());
+    return spaced;
 }
 
 bool ParseWords(Parcel& parcel, const std::vector<uint32_t>& words)
