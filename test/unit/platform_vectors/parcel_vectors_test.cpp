@@ -19,6 +19,7 @@
 #include <ostream>
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "ability_filter.h"
@@ -45,64 +46,43 @@ void PrintTo(const ParcelVector& vector, std::ostream* out)
     *out << vector.name;
 }
 
-std::string Escape(const std::string& text)
+// Renders a value read: text escaped in quotes (u"..." for UTF-16), vectors
+// in brackets, numbers and bools as they print.
+template <typename C>
+std::string Show(const std::basic_string<C>& text)
 {
-    std::string out = "\"";
-    for (unsigned char c : text) {
-        if (c >= 0x20 && c < 0x7f && c != '"' && c != '\\') {
-            out.push_back(static_cast<char>(c));
-        } else {
-            char buffer[8];
-            std::snprintf(buffer, sizeof(buffer), "\\x%02x", c);
-            out += buffer;
-        }
+    std::string out = sizeof(C) == 1 ? "\"" : "u\"";
+    for (C c : text) {
+        auto unit = static_cast<unsigned>(static_cast<std::make_unsigned_t<C>>(c));
+        char buffer[8];
+        std::snprintf(buffer, sizeof(buffer), sizeof(C) == 1 ? "\\x%02x" : "\\u%04x", unit);
+        out += unit >= 0x20 && unit < 0x7f && unit != '"' && unit != '\\' ? std::string(1, char(unit)) : buffer;
     }
     return out + "\"";
 }
 
-std::string Escape(const std::u16string& text)
+template <typename T>
+std::string Show(const T& value)
 {
-    std::string out = "u\"";
-    for (char16_t c : text) {
-        if (c >= 0x20 && c < 0x7f && c != u'"' && c != u'\\') {
-            out.push_back(static_cast<char>(c));
-        } else {
-            char buffer[8];
-            std::snprintf(buffer, sizeof(buffer), "\\u%04x", static_cast<unsigned>(c));
-            out += buffer;
-        }
-    }
-    return out + "\"";
+    std::ostringstream text;
+    text << std::boolalpha << value;
+    return text.str();
 }
 
-template <typename T, typename Render>
-std::string List(const std::vector<T>& items, Render render)
+template <typename T>
+std::string Show(const std::vector<T>& items)
 {
     std::string out = "[";
     for (size_t i = 0; i < items.size(); ++i) {
-        out += (i == 0 ? "" : ", ") + render(items[i]);
+        out += (i == 0 ? "" : ", ") + Show(items[i]);
     }
     return out + "]";
 }
 
-std::string Hex(const uint8_t* bytes, size_t size)
+std::string Show(const DeviceInfo& info)
 {
-    if (size == 0) {
-        return "-";
-    }
-    std::string out;
-    for (size_t i = 0; i < size; ++i) {
-        char buffer[3];
-        std::snprintf(buffer, sizeof(buffer), "%02x", bytes[i]);
-        out += buffer;
-    }
-    return out;
-}
-
-std::string Render(const DeviceInfo& info)
-{
-    return "{" + Escape(info.GetDeviceUdid()) + ", " + Escape(info.GetDeviceNetworkId()) + ", " +
-           Escape(info.GetDeviceName()) + ", " + std::to_string(info.GetDeviceType()) + "}";
+    return "{" + Show(info.GetDeviceUdid()) + ", " + Show(info.GetDeviceNetworkId()) + ", " +
+           Show(info.GetDeviceName()) + ", " + std::to_string(info.GetDeviceType()) + "}";
 }
 
 class VectorReader {
@@ -121,93 +101,52 @@ public:
         size_t argument = read.find(':') == std::string::npos ? 0 : std::stoul(read.substr(read.find(':') + 1));
         std::string value;
         bool ok = Dispatch(op, argument, value);
-        if (op == "DeviceInfo?" && !ok) {
-            return "null @" + std::to_string(parcel_.GetReadPosition());
-        }
         std::string where = "@" + std::to_string(parcel_.GetReadPosition());
         if (!ok) {
-            return "fail " + where;
+            return (op == "DeviceInfo?" ? "null " : "fail ") + where;
         }
         return value.empty() ? "ok " + where : "ok " + value + " " + where;
     }
 
 private:
-    template <typename T>
-    bool Scalar(bool (Parcel::*read)(T&), std::string& value)
-    {
-        T out{};
-        bool ok = (parcel_.*read)(out);
-        std::ostringstream text;
-        text << std::boolalpha << out;
-        value = text.str();
-        return ok;
-    }
-
     bool Dispatch(const std::string& op, size_t argument, std::string& value)
     {
-        if (op == "bool") {
-            return Scalar<bool>(&Parcel::ReadBool, value);
-        }
-        if (op == "int32") {
-            return Scalar<int32_t>(&Parcel::ReadInt32, value);
-        }
-        if (op == "uint32") {
-            return Scalar<uint32_t>(&Parcel::ReadUint32, value);
-        }
-        if (op == "int64") {
-            return Scalar<int64_t>(&Parcel::ReadInt64, value);
-        }
-        if (op == "uint64") {
-            return Scalar<uint64_t>(&Parcel::ReadUint64, value);
-        }
-        if (op == "string") {
-            std::string out;
-            bool ok = parcel_.ReadString(out);
-            value = Escape(out);
-            return ok;
-        }
-        if (op == "string16") {
-            std::u16string out;
-            bool ok = parcel_.ReadString16(out);
-            value = Escape(out);
-            return ok;
-        }
-        if (op == "token") {
-            // The token read has no failure flag: no token is empty.
-            std::u16string token = parcel_.ReadInterfaceToken();
-            value = Escape(token);
-            return !token.empty();
-        }
-        if (op == "strings") {
-            std::vector<std::string> out;
-            bool ok = parcel_.ReadStringVector(&out);
-            value = List(out, [](const std::string& s) { return Escape(s); });
-            return ok;
-        }
-        if (op == "uint32s") {
-            std::vector<uint32_t> out;
-            bool ok = parcel_.ReadUInt32Vector(&out);
-            value = List(out, [](uint32_t v) { return std::to_string(v); });
-            return ok;
-        }
-        if (op == "int32s") {
-            std::vector<int32_t> out;
-            bool ok = parcel_.ReadInt32Vector(&out);
-            value = List(out, [](int32_t v) { return std::to_string(v); });
-            return ok;
-        }
+// One read whose output `out` of type T is rendered into `value`.
+#define VALUE_READ(name, T, call) \
+    if (op == name) {             \
+        T out{};                  \
+        bool ok = call;           \
+        value = Show(out);        \
+        return ok;                \
+    }
+        VALUE_READ("bool", bool, parcel_.ReadBool(out));
+        VALUE_READ("int32", int32_t, parcel_.ReadInt32(out));
+        VALUE_READ("uint32", uint32_t, parcel_.ReadUint32(out));
+        VALUE_READ("int64", int64_t, parcel_.ReadInt64(out));
+        VALUE_READ("uint64", uint64_t, parcel_.ReadUint64(out));
+        VALUE_READ("string", std::string, parcel_.ReadString(out));
+        VALUE_READ("string16", std::u16string, parcel_.ReadString16(out));
+        // The token read has no failure flag: no token is empty.
+        VALUE_READ("token", std::u16string, !(out = parcel_.ReadInterfaceToken()).empty());
+        VALUE_READ("strings", std::vector<std::string>, parcel_.ReadStringVector(&out));
+        VALUE_READ("uint32s", std::vector<uint32_t>, parcel_.ReadUInt32Vector(&out));
+        VALUE_READ("int32s", std::vector<int32_t>, parcel_.ReadInt32Vector(&out));
+#undef VALUE_READ
         if (op == "object") {
             sptr<IRemoteObject> object = parcel_.ReadRemoteObject();
             for (size_t i = 0; object != nullptr && i < table_.size(); ++i) {
-                if (table_[i] == object) {
-                    value = "object#" + std::to_string(i);
-                }
+                value = table_[i] == object ? "object#" + std::to_string(i) : value;
             }
             return object != nullptr;
         }
         if (op == "buffer") {
             const uint8_t* bytes = parcel_.ReadBuffer(argument);
-            value = bytes == nullptr ? "" : Hex(bytes, argument);
+            value = argument == 0 ? "-" : "";
+            for (size_t i = 0; bytes != nullptr && i < argument; ++i) {
+                char hex[3];
+                std::snprintf(hex, sizeof(hex), "%02x", bytes[i]);
+                value += hex;
+            }
             return bytes != nullptr;
         }
         if (op == "skip") {
@@ -218,7 +157,7 @@ private:
         }
         if (op == "DeviceInfo?") {
             sptr<DeviceInfo> info = parcel_.ReadStrongParcelable<DeviceInfo>();
-            value = info == nullptr ? "" : Render(*info);
+            value = info == nullptr ? "" : Show(*info);
             return info != nullptr;
         }
         ADD_FAILURE() << "unknown read '" << op << "'";
