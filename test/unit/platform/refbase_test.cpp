@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,14 +19,6 @@ public:
     explicit Flagged(bool* destroyed = nullptr, std::vector<std::string>* events = nullptr)
         : destroyed_(destroyed), events_(events)
     {
-    }
-    // Copies carry the value, never the original's flags.
-    Flagged(const Flagged& other) : RefBase(other), value(other.value), destroyed_(nullptr), events_(nullptr) {}
-    Flagged& operator=(const Flagged& other)
-    {
-        RefBase::operator=(other);
-        value = other.value;
-        return *this;
     }
     ~Flagged() override
     {
@@ -124,62 +118,93 @@ TEST(RefBaseTest, CopiesHaveTheirOwnCounts)
     EXPECT_EQ(onStack.value, 5);
 }
 
+// The strong count lives in the object until the first weak reference asks
+// for a counter block; from then on the block holds it, and nothing is lost
+// or added on the way. Weak pointers never keep the object.
 TEST(WptrTest, PromotionFollowsTheStrongCount)
 {
+    Flagged* unowned = new Flagged();
+    wptr<Flagged> early(unowned);
+    EXPECT_EQ(early.promote(), nullptr) << "no promotion before the first strong reference";
+    sptr<Flagged> owner(unowned);
+
     bool destroyed = false;
-    Flagged* raw = new Flagged(&destroyed);
-    wptr<Flagged> weak(raw);
-    EXPECT_EQ(weak.promote(), nullptr) << "no promotion before the first strong reference";
-    sptr<Flagged> strong(raw);
-    int weakBefore = strong->GetWptrRefCount();
+    sptr<Flagged> strong(new Flagged(&destroyed));
+    sptr<Flagged> second = strong;
+    sptr<Flagged> third = strong;
+    EXPECT_EQ(strong->GetWptrRefCount(), 0);
+
+    wptr<Flagged> weak(strong);
+    EXPECT_EQ(strong->GetSptrRefCount(), 3);
+    EXPECT_EQ(strong->GetWptrRefCount(), 1);
     {
         sptr<Flagged> promoted = weak.promote();
         ASSERT_EQ(promoted, strong);
-        EXPECT_EQ(strong->GetSptrRefCount(), 2);
+        EXPECT_EQ(strong->GetSptrRefCount(), 4);
     }
+    second = nullptr;
+    third = nullptr;
     EXPECT_EQ(strong->GetSptrRefCount(), 1);
     wptr<Flagged> copy(weak);
     wptr<Flagged> moved(std::move(copy));
     wptr<Flagged> assigned;
     assigned = moved;
-    EXPECT_EQ(strong->GetWptrRefCount(), weakBefore + 2);
+    EXPECT_EQ(strong->GetWptrRefCount(), 3);
 
     strong = nullptr;
-    EXPECT_TRUE(destroyed) << "weak pointers must not keep the object";
+    EXPECT_TRUE(destroyed);
     // The counter outlives the object, so these touch no freed memory.
     EXPECT_EQ(weak.promote(), nullptr);
     EXPECT_EQ(assigned.promote(), nullptr);
     EXPECT_EQ(wptr<Flagged>().promote(), nullptr);
 }
 
-// The strong count lives in the object until the first weak reference asks
-// for a counter block; from then on the block holds it, and nothing is lost
-// or added on the way.
-TEST(WptrTest, TheFirstWeakReferenceTakesOverTheStrongCount)
+// Runs `rounds` rounds with `workers` threads that live for the whole loop
+// (starting threads per round is far too slow under tsan). Each round runs
+// `setUp`, lets every worker run `work(worker)`, runs `whileWorking` once all
+// have started and `tearDown` once all have finished.
+void RunRounds(int workers, int rounds, const std::function<void()>& setUp, const std::function<void(int)>& work,
+               const std::function<void()>& whileWorking, const std::function<void()>& tearDown)
 {
-    bool destroyed = false;
-    sptr<Flagged> first(new Flagged(&destroyed));
-    sptr<Flagged> second = first;
-    sptr<Flagged> third = first;
-    EXPECT_EQ(first->GetSptrRefCount(), 3);
-    EXPECT_EQ(first->GetWptrRefCount(), 0);
-
-    wptr<Flagged> weak(first);
-    EXPECT_EQ(first->GetSptrRefCount(), 3);
-    EXPECT_EQ(first->GetWptrRefCount(), 1);
-    EXPECT_EQ(first->GetRefCounter(), first->GetRefCounter()) << "one block for the object's whole life";
-    {
-        sptr<Flagged> promoted = weak.promote();
-        ASSERT_EQ(promoted, first);
-        EXPECT_EQ(first->GetSptrRefCount(), 4);
+    std::atomic<int> round{0};
+    std::atomic<int> started{0};
+    std::atomic<int> finished{0};
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> threads;
+    for (int w = 0; w < workers; ++w) {
+        threads.emplace_back([&, w] {
+            for (int seen = 1;; ++seen) {
+                while (round.load(std::memory_order_acquire) < seen && !stop.load()) {
+                    std::this_thread::yield();
+                }
+                if (stop.load()) {
+                    return;
+                }
+                started.fetch_add(1, std::memory_order_release);
+                work(w);
+                finished.fetch_add(1, std::memory_order_release);
+            }
+        });
     }
-    second = nullptr;
-    third = nullptr;
-    EXPECT_FALSE(destroyed);
-    EXPECT_EQ(first->GetSptrRefCount(), 1);
-    first = nullptr;
-    EXPECT_TRUE(destroyed);
-    EXPECT_EQ(weak.promote(), nullptr);
+    auto waitForAll = [workers](const std::atomic<int>& count) {
+        while (count.load(std::memory_order_acquire) != workers) {
+            std::this_thread::yield();
+        }
+    };
+    for (int i = 0; i < rounds; ++i) {
+        setUp();
+        started.store(0);
+        finished.store(0);
+        round.fetch_add(1, std::memory_order_release);
+        waitForAll(started);
+        whileWorking();
+        waitForAll(finished);
+        tearDown();
+    }
+    stop.store(true);
+    for (std::thread& t : threads) {
+        t.join();
+    }
 }
 
 // Strong references taken and dropped on other threads while the first weak
@@ -187,67 +212,42 @@ TEST(WptrTest, TheFirstWeakReferenceTakesOverTheStrongCount)
 // lands exactly once, before the move or after it.
 TEST(WptrTest, StrongCountSurvivesTheMoveToTheBlockUnderRace)
 {
-    constexpr int kIterations = 300;
-    constexpr int kCopiers = 2;
-    std::atomic<int> round{0};
-    std::atomic<int> started{0};
-    std::atomic<int> finished{0};
     std::atomic<bool> weakTaken{false};
-    std::atomic<bool> stop{false};
     sptr<Flagged> shared;
-    std::vector<std::thread> copiers;
-    for (int t = 0; t < kCopiers; ++t) {
-        copiers.emplace_back([&] {
-            for (int seen = 0;;) {
-                while (round.load(std::memory_order_acquire) == seen && !stop.load()) {
-                    std::this_thread::yield();
-                }
-                if (stop.load()) {
-                    return;
-                }
-                ++seen;
-                started.fetch_add(1, std::memory_order_release);
-                // Copy until the weak reference exists, and a little beyond,
-                // so that copies are in flight while the count moves.
-                for (int after = 0; after < 20;) {
-                    sptr<Flagged> copy = shared;
-                    sptr<Flagged> another = copy;
-                    after += weakTaken.load(std::memory_order_acquire) ? 1 : 0;
-                    // Let the main thread run on a busy machine.
-                    std::this_thread::yield();
-                }
-                finished.fetch_add(1, std::memory_order_release);
-            }
-        });
-    }
+    wptr<Flagged> weak;
+    bool destroyed = false;
     int wrongCounts = 0;
     int notDestroyed = 0;
-    for (int i = 0; i < kIterations; ++i) {
-        bool destroyed = false;
-        shared = new Flagged(&destroyed);
-        started.store(0);
-        finished.store(0);
-        weakTaken.store(false);
-        round.fetch_add(1, std::memory_order_release);
-        while (started.load(std::memory_order_acquire) != kCopiers) {
-            std::this_thread::yield();
-        }
-        wptr<Flagged> weak(shared);
-        weakTaken.store(true, std::memory_order_release);
-        while (finished.load(std::memory_order_acquire) != kCopiers) {
-            std::this_thread::yield();
-        }
-        wrongCounts += (shared->GetSptrRefCount() != 1 || shared->GetWptrRefCount() != 1) ? 1 : 0;
-        shared = nullptr;
-        notDestroyed += destroyed ? 0 : 1;
-        EXPECT_EQ(weak.promote(), nullptr);
-    }
-    stop.store(true);
-    for (std::thread& t : copiers) {
-        t.join();
-    }
-    EXPECT_EQ(wrongCounts, 0) << "iterations whose counts were off after the move";
-    EXPECT_EQ(notDestroyed, 0) << "iterations in which the last release did not destroy";
+    RunRounds(
+        2, 300,
+        [&] {
+            destroyed = false;
+            shared = new Flagged(&destroyed);
+            weakTaken.store(false);
+        },
+        [&](int) {
+            // Copy until the weak reference exists, and a little beyond, so
+            // that copies are in flight while the count moves.
+            for (int after = 0; after < 20;) {
+                sptr<Flagged> copy = shared;
+                sptr<Flagged> another = copy;
+                after += weakTaken.load(std::memory_order_acquire) ? 1 : 0;
+                std::this_thread::yield();
+            }
+        },
+        [&] {
+            weak = shared;
+            weakTaken.store(true, std::memory_order_release);
+        },
+        [&] {
+            wrongCounts += (shared->GetSptrRefCount() != 1 || shared->GetWptrRefCount() != 1) ? 1 : 0;
+            shared = nullptr;
+            notDestroyed += destroyed ? 0 : 1;
+            EXPECT_EQ(weak.promote(), nullptr);
+            weak = wptr<Flagged>();
+        });
+    EXPECT_EQ(wrongCounts, 0) << "rounds whose counts were off after the move";
+    EXPECT_EQ(notDestroyed, 0) << "rounds in which the last release did not destroy";
 }
 
 // Promotion racing with the release of the last strong reference: either the
@@ -272,83 +272,43 @@ TEST(WptrTest, PromotionNeverRevivesUnderRace)
     private:
         Tracker* tracker_;
     };
-
-    // The promoters live for the whole loop (starting threads per iteration
-    // is far too slow under tsan); each round they get their own wptr copy,
-    // wait for the round to start and keep promoting while the main thread
-    // releases its reference.
-    constexpr int kIterations = 3000;
     constexpr int kPromoters = 3;
-    std::atomic<int> round{0};
-    std::atomic<int> started{0};
-    std::atomic<int> finished{0};
-    std::atomic<bool> stop{false};
-    std::atomic<int> sawDead{0};
-    Tracker* tracker = nullptr;
+    std::unique_ptr<Tracker> tracker;
+    sptr<Tracked> strong;
     wptr<Tracked> weaks[kPromoters];
-    std::vector<std::thread> promoters;
-    for (int t = 0; t < kPromoters; ++t) {
-        promoters.emplace_back([&, t] {
-            for (int seen = 0;;) {
-                while (round.load(std::memory_order_acquire) == seen && !stop.load()) {
-                    std::this_thread::yield();
-                }
-                if (stop.load()) {
-                    return;
-                }
-                ++seen;
-                started.fetch_add(1, std::memory_order_release);
-                // Promote until it fails, so that promotions are in flight
-                // at the moment the main thread lets go.
-                for (;;) {
-                    sptr<Tracked> p = weaks[t].promote();
-                    if (p == nullptr) {
-                        break;
-                    }
-                    if (tracker->dead.load()) {
-                        sawDead.fetch_add(1);
-                    }
-                    p = nullptr;
-                    // Let the releasing thread run on a busy machine.
-                    std::this_thread::yield();
-                }
-                finished.fetch_add(1, std::memory_order_release);
+    std::atomic<int> sawDead{0};
+    int revived = 0;
+    int notDestroyedOnce = 0;
+    RunRounds(
+        kPromoters, 3000,
+        [&] {
+            tracker = std::make_unique<Tracker>();
+            strong = new Tracked(tracker.get());
+            for (wptr<Tracked>& weak : weaks) {
+                weak = strong;
+            }
+            sawDead.store(0);
+        },
+        [&](int t) {
+            // Promote until it fails, so that promotions are in flight at the
+            // moment the main thread lets go.
+            for (sptr<Tracked> p = weaks[t].promote(); p != nullptr; p = weaks[t].promote()) {
+                sawDead.fetch_add(tracker->dead.load() ? 1 : 0);
+                p = nullptr;
+                std::this_thread::yield();
+            }
+        },
+        [&] { strong = nullptr; },
+        [&] {
+            EXPECT_EQ(weaks[0].promote(), nullptr);
+            revived += sawDead.load() != 0 ? 1 : 0;
+            notDestroyedOnce += tracker->destructions.load() != 1 ? 1 : 0;
+            for (wptr<Tracked>& weak : weaks) {
+                weak = wptr<Tracked>();
             }
         });
-    }
-    int revived = 0;
-    int doubleDestroyed = 0;
-    for (int i = 0; i < kIterations; ++i) {
-        Tracker roundTracker;
-        tracker = &roundTracker;
-        sptr<Tracked> strong(new Tracked(&roundTracker));
-        for (wptr<Tracked>& weak : weaks) {
-            weak = strong;
-        }
-        sawDead.store(0);
-        started.store(0);
-        finished.store(0);
-        round.fetch_add(1, std::memory_order_release);
-        while (started.load(std::memory_order_acquire) != kPromoters) {
-            std::this_thread::yield();
-        }
-        strong = nullptr;
-        while (finished.load(std::memory_order_acquire) != kPromoters) {
-            std::this_thread::yield();
-        }
-        EXPECT_EQ(weaks[0].promote(), nullptr);
-        revived += sawDead.load() != 0 ? 1 : 0;
-        doubleDestroyed += roundTracker.destructions.load() != 1 ? 1 : 0;
-        for (wptr<Tracked>& weak : weaks) {
-            weak = wptr<Tracked>();
-        }
-    }
-    stop.store(true);
-    for (std::thread& t : promoters) {
-        t.join();
-    }
-    EXPECT_EQ(revived, 0) << "iterations in which a promotion returned a destroyed object";
-    EXPECT_EQ(doubleDestroyed, 0) << "iterations in which the object was not destroyed exactly once";
+    EXPECT_EQ(revived, 0) << "rounds in which a promotion returned a destroyed object";
+    EXPECT_EQ(notDestroyedOnce, 0) << "rounds in which the object was not destroyed exactly once";
 }
 
 }  // namespace

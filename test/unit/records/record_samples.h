@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "ability_filter.h"
@@ -83,12 +84,10 @@ inline sptr<DeviceInfo> FillDeviceInfo()
     return new DeviceInfo("udid-0123456789", "net-abcdef", "Living room TV", 156);
 }
 
-inline void CheckDeviceInfo(DeviceInfo& info)
+inline void CheckDeviceInfo(DeviceInfo& i)
 {
-    EXPECT_EQ(info.GetDeviceUdid(), "udid-0123456789");
-    EXPECT_EQ(info.GetDeviceNetworkId(), "net-abcdef");
-    EXPECT_EQ(info.GetDeviceName(), "Living room TV");
-    EXPECT_EQ(info.GetDeviceType(), 156u);
+    EXPECT_EQ(std::make_tuple(i.GetDeviceUdid(), i.GetDeviceNetworkId(), i.GetDeviceName(), i.GetDeviceType()),
+              std::make_tuple("udid-0123456789", "net-abcdef", "Living room TV", 156u));
 }
 
 inline sptr<DeviceServiceInfo> FillDeviceServiceInfo()
@@ -97,16 +96,13 @@ inline sptr<DeviceServiceInfo> FillDeviceServiceInfo()
                                  "network-42", "AA:BB:CC:DD:EE:FF", EmbeddedNul());
 }
 
-inline void CheckDeviceServiceInfo(DeviceServiceInfo& info)
+inline void CheckDeviceServiceInfo(DeviceServiceInfo& i)
 {
-    EXPECT_EQ(info.GetDeviceName(), "Kitchen pad");
-    EXPECT_EQ(info.GetDeviceType(), 17u);
-    EXPECT_EQ(info.GetDeviceHashId(), "hash#1");
-    EXPECT_EQ(info.GetDeviceId(), "dev-id-9876");
-    EXPECT_EQ(info.GetServiceRuleList(), (std::vector<std::string>{"rule-a", "", "r\xc3\xa9gle"}));
-    EXPECT_EQ(info.GetNetworkId(), "network-42");
-    EXPECT_EQ(info.GetBrMac(), "AA:BB:CC:DD:EE:FF");
-    EXPECT_EQ(info.GetExtraInfo(), EmbeddedNul());
+    EXPECT_EQ(std::make_tuple(i.GetDeviceName(), i.GetDeviceType(), i.GetDeviceHashId(), i.GetDeviceId()),
+              std::make_tuple("Kitchen pad", 17u, "hash#1", "dev-id-9876"));
+    EXPECT_EQ(i.GetServiceRuleList(), (std::vector<std::string>{"rule-a", "", "r\xc3\xa9gle"}));
+    EXPECT_EQ(std::make_tuple(i.GetNetworkId(), i.GetBrMac(), i.GetExtraInfo()),
+              std::make_tuple("network-42", "AA:BB:CC:DD:EE:FF", EmbeddedNul()));
 }
 
 inline sptr<LocalInfo> FillLocalInfo()
@@ -114,13 +110,11 @@ inline sptr<LocalInfo> FillLocalInfo()
     return new LocalInfo("MainAbility", "com.example.app", "local-device-id", "entry", 14);
 }
 
-inline void CheckLocalInfo(LocalInfo& info)
+inline void CheckLocalInfo(LocalInfo& i)
 {
-    EXPECT_EQ(info.GetLocalAbilityName(), "MainAbility");
-    EXPECT_EQ(info.GetLocalBundleName(), "com.example.app");
-    EXPECT_EQ(info.GetLocalDeviceId(), "local-device-id");
-    EXPECT_EQ(info.GetLocalModuleName(), "entry");
-    EXPECT_EQ(info.GetLocalDeviceType(), 14u);
+    EXPECT_EQ(std::make_tuple(i.GetLocalAbilityName(), i.GetLocalBundleName(), i.GetLocalDeviceId(),
+                              i.GetLocalModuleName(), i.GetLocalDeviceType()),
+              std::make_tuple("MainAbility", "com.example.app", "local-device-id", "entry", 14u));
 }
 
 inline sptr<AbilityFilter> FillAbilityFilter()
@@ -130,14 +124,11 @@ inline sptr<AbilityFilter> FillAbilityFilter()
     return filter;
 }
 
-inline void CheckAbilityFilter(AbilityFilter& filter)
+inline void CheckAbilityFilter(AbilityFilter& f)
 {
-    EXPECT_EQ(filter.GetBundleName(), "com.example.bundle");
-    EXPECT_EQ(filter.GetAbilityType(), "page");
-    EXPECT_EQ(filter.GetAbilityDescription(), "desc");
-    EXPECT_EQ(filter.GetDeviceType(), 12u);
-    EXPECT_EQ(filter.GetAccountType(), 3u);
-    EXPECT_EQ(filter.GetAction(), "action.view");
+    EXPECT_EQ(std::make_tuple(f.GetBundleName(), f.GetAbilityType(), f.GetAbilityDescription(), f.GetDeviceType(),
+                              f.GetAccountType(), f.GetAction()),
+              std::make_tuple("com.example.bundle", "page", "desc", 12u, 3u, "action.view"));
 }
 
 inline sptr<DeviceFilter> FillDeviceFilter()
@@ -146,16 +137,12 @@ inline sptr<DeviceFilter> FillDeviceFilter()
 }
 
 // The lists have no getters; the match operations and the bytes show them.
-inline void CheckDeviceFilter(DeviceFilter& filter)
+inline void CheckDeviceFilter(DeviceFilter& f)
 {
-    EXPECT_TRUE(filter.isDeviceTypeMatch(14));
-    EXPECT_TRUE(filter.isDeviceTypeMatch(17));
-    EXPECT_TRUE(filter.isDeviceTypeMatch(0xFFFFFFFF));
-    EXPECT_FALSE(filter.isDeviceTypeMatch(0));
-    EXPECT_TRUE(filter.isAccountTypeMatch(0));
-    EXPECT_TRUE(filter.isAccountTypeMatch(7));
-    EXPECT_FALSE(filter.isAccountTypeMatch(14));
-    EXPECT_EQ(Encode(filter), Encode(*FillDeviceFilter()));
+    EXPECT_TRUE(f.isDeviceTypeMatch(14) && f.isDeviceTypeMatch(17) && f.isDeviceTypeMatch(0xFFFFFFFF));
+    EXPECT_TRUE(f.isAccountTypeMatch(0) && f.isAccountTypeMatch(7));
+    EXPECT_FALSE(f.isDeviceTypeMatch(0) || f.isAccountTypeMatch(14));
+    EXPECT_EQ(Encode(f), Encode(*FillDeviceFilter()));
 }
 
 inline sptr<ServiceFilter> FillServiceFilter()
@@ -163,10 +150,10 @@ inline sptr<ServiceFilter> FillServiceFilter()
     return new ServiceFilter("cast", {"PHONE", "PAD", ""});
 }
 
-inline void CheckServiceFilter(ServiceFilter& filter)
+inline void CheckServiceFilter(ServiceFilter& f)
 {
-    EXPECT_EQ(filter.GetServiceName(), "cast");
-    EXPECT_EQ(filter.GetDeviceType(), (std::vector<std::string>{"PHONE", "PAD", ""}));
+    EXPECT_EQ(f.GetServiceName(), "cast");
+    EXPECT_EQ(f.GetDeviceType(), (std::vector<std::string>{"PHONE", "PAD", ""}));
 }
 
 inline sptr<PickerResult> FillPickerResult()
@@ -193,10 +180,9 @@ inline sptr<DeviceDynamicInfo> FillDeviceDynamicInfo()
     return new DeviceDynamicInfo("battery", "87%");
 }
 
-inline void CheckDeviceDynamicInfo(DeviceDynamicInfo& info)
+inline void CheckDeviceDynamicInfo(DeviceDynamicInfo& i)
 {
-    EXPECT_EQ(info.GetKey(), "battery");
-    EXPECT_EQ(info.GetValue(), "87%");
+    EXPECT_EQ(std::make_tuple(i.GetKey(), i.GetValue()), std::make_tuple("battery", "87%"));
 }
 
 // The JSON is deliberately broken: it is carried, not parsed.
@@ -205,13 +191,11 @@ inline sptr<DeviceConfigInfo> FillDeviceConfigInfo()
     return new DeviceConfigInfo("model-X1", "{\"fold\": tru", "Fold phone", 14, 1);
 }
 
-inline void CheckDeviceConfigInfo(DeviceConfigInfo& info)
+inline void CheckDeviceConfigInfo(DeviceConfigInfo& i)
 {
-    EXPECT_EQ(info.GetModelId(), "model-X1");
-    EXPECT_EQ(info.GetOriginJson(), "{\"fold\": tru");
-    EXPECT_EQ(info.GetDeviceName(), "Fold phone");
-    EXPECT_EQ(info.GetDeviceType(), 14u);
-    EXPECT_EQ(info.GetSupportFoldScreen(), 1u);
+    EXPECT_EQ(std::make_tuple(i.GetModelId(), i.GetOriginJson(), i.GetDeviceName(), i.GetDeviceType(),
+                              i.GetSupportFoldScreen()),
+              std::make_tuple("model-X1", "{\"fold\": tru", "Fold phone", 14u, 1u));
 }
 
 inline sptr<RequestResultInfo> FillRequestResultInfo()
@@ -219,10 +203,9 @@ inline sptr<RequestResultInfo> FillRequestResultInfo()
     return new RequestResultInfo(7, 0x80000001);
 }
 
-inline void CheckRequestResultInfo(RequestResultInfo& info)
+inline void CheckRequestResultInfo(RequestResultInfo& i)
 {
-    EXPECT_EQ(info.GetEventCode(), 7u);
-    EXPECT_EQ(info.GetResultCode(), 0x80000001u);
+    EXPECT_EQ(std::make_tuple(i.GetEventCode(), i.GetResultCode()), std::make_tuple(7u, 0x80000001u));
 }
 
 inline sptr<ServicePublishInfo> FillServicePublishInfo()
@@ -230,11 +213,10 @@ inline sptr<ServicePublishInfo> FillServicePublishInfo()
     return new ServicePublishInfo(0xFFFFFFFF, 2, 3);
 }
 
-inline void CheckServicePublishInfo(ServicePublishInfo& info)
+inline void CheckServicePublishInfo(ServicePublishInfo& i)
 {
-    EXPECT_EQ(info.GetPublishId(), 0xFFFFFFFFu);
-    EXPECT_EQ(info.GetServiceCode(), 2u);
-    EXPECT_EQ(info.GetServicePublishMode(), 3u);
+    EXPECT_EQ(std::make_tuple(i.GetPublishId(), i.GetServiceCode(), i.GetServicePublishMode()),
+              std::make_tuple(0xFFFFFFFFu, 2u, 3u));
 }
 
 // One row per record for the generic tests.
