@@ -2,21 +2,16 @@
 // level names and the TAVIK_LOG_LEVEL variable.
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tralog.h"
-
-extern char** environ;
 
 namespace Tavik {
 namespace {
@@ -195,27 +190,18 @@ TEST_F(TralogTest, LinesFromManyThreadsArriveWhole)
 // Runs fn with standard error sent to a file; returns what was written.
 std::string CaptureStderr(const std::function<void()>& fn)
 {
-    char path[] = "/tmp/tralog_stderr_XXXXXX";
-    int fd = mkstemp(path);
-    if (fd < 0) {
-        return "<mkstemp failed>";
-    }
+    std::FILE* file = std::tmpfile();
     std::fflush(stderr);
     int saved = dup(STDERR_FILENO);
-    dup2(fd, STDERR_FILENO);
+    dup2(fileno(file), STDERR_FILENO);
     fn();
     std::fflush(stderr);
     dup2(saved, STDERR_FILENO);
     close(saved);
-    std::string out;
-    char buf[512];
-    lseek(fd, 0, SEEK_SET);
-    ssize_t n;
-    while ((n = read(fd, buf, sizeof(buf))) > 0) {
-        out.append(buf, static_cast<size_t>(n));
-    }
-    close(fd);
-    unlink(path);
+    std::string out(static_cast<size_t>(lseek(fileno(file), 0, SEEK_END)), '\0');
+    std::rewind(file);
+    out.resize(std::fread(&out[0], 1, out.size(), file));
+    std::fclose(file);
     return out;
 }
 
@@ -275,52 +261,24 @@ TEST(LogLevelTest, ParseLogLevel)
 
 // Re-executes this binary with the given TAVIK_LOG_LEVEL (null: unset) so the
 // variable is read at the first use of a fresh process; returns the threshold
-// the probe printed, or -1.
+// the probe printed, or -1. This process reads its own level first, so
+// changing its environment changes nothing here.
 int ProbeLevel(const char* value)
 {
-    std::vector<std::string> env;
-    for (char** e = environ; *e != nullptr; ++e) {
-        if (std::strncmp(*e, "TAVIK_LOG_LEVEL=", 16) != 0) {
-            env.emplace_back(*e);
-        }
-    }
-    env.push_back(std::string(kProbeEnv) + "=1");
-    if (value != nullptr) {
-        env.push_back(std::string("TAVIK_LOG_LEVEL=") + value);
-    }
-    std::vector<char*> envp;
-    for (std::string& s : env) {
-        envp.push_back(s.data());
-    }
-    envp.push_back(nullptr);
-    char exe[] = "/proc/self/exe";
-    char* argv[] = {exe, nullptr};
-
-    int fds[2];
-    if (pipe(fds) != 0) {
+    GetLogLevel();
+    char exe[4096] = {};
+    if (readlink("/proc/self/exe", exe, sizeof(exe) - 1) <= 0) {
         return -1;
     }
-    pid_t pid = fork();
-    if (pid == 0) {
-        dup2(fds[1], STDOUT_FILENO);
-        close(fds[0]);
-        close(fds[1]);
-        execve(exe, argv, envp.data());
-        _exit(127);
+    setenv(kProbeEnv, "1", 1);
+    value != nullptr ? setenv("TAVIK_LOG_LEVEL", value, 1) : unsetenv("TAVIK_LOG_LEVEL");
+    FILE* probe = popen((std::string("'") + exe + "'").c_str(), "r");
+    unsetenv(kProbeEnv);
+    int level = -1;
+    if (probe == nullptr || std::fscanf(probe, "%d", &level) != 1) {
+        level = -1;
     }
-    close(fds[1]);
-    std::string out;
-    char buf[64];
-    ssize_t n;
-    while ((n = read(fds[0], buf, sizeof(buf))) > 0) {
-        out.append(buf, static_cast<size_t>(n));
-    }
-    close(fds[0]);
-    int status = 0;
-    if (pid < 0 || waitpid(pid, &status, 0) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        return -1;
-    }
-    return std::atoi(out.c_str());
+    return probe != nullptr && pclose(probe) == 0 ? level : -1;
 }
 
 TEST(LogLevelEnvTest, ThresholdComesFromTheEnvironment)
