@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "record_samples.h"
@@ -56,71 +57,46 @@ TEST(RecordWireTest, CopiesWriteTheSameBytes)
     EXPECT_EQ(copy.GetLocalDeviceInfo(), original->GetLocalDeviceInfo());
 }
 
-struct GoldenCase {
-    std::string name;
-    std::function<bool(Parcel&)> write;
-    std::string hex;
-};
-
 TEST(RecordWireTest, GoldenBytes)
 {
     LogCapture quiet;
-    auto smallAbilityFilter = [] {
-        sptr<AbilityFilter> filter = new AbilityFilter("b", "t", "", 8, 1);
-        filter->SetAction("go");
-        return filter;
-    };
+    sptr<AbilityFilter> smallFilter = new AbilityFilter("b", "t", "", 8, 1);
+    smallFilter->SetAction("go");
+    sptr<PickerResult> full = new PickerResult();
+    full->SetAbilityFilter(smallFilter);
+    full->SetDeviceInfo(new DeviceInfo("ab", "netw", "x", 14));
+    full->SetLocalDeviceInfo(new LocalInfo("a", "b", "c", "d", 12));
     const std::string deviceInfoHex = "02000000 61620000 04000000 6e657477 00000000 01000000 78000000 0e000000";
     const std::string abilityFilterHex =
         "01000000 62000000 01000000 74000000 00000000 00000000 08000000 01000000 02000000 676f0000";
     const std::string localInfoHex = "01000000 61000000 01000000 62000000 01000000 63000000 01000000 64000000 0c000000";
-    const std::vector<GoldenCase> cases = {
-        {"DeviceInfo: three strings, then the type",
-         [](Parcel& p) { return DeviceInfo("ab", "netw", "x", 14).Marshalling(p); }, deviceInfoHex},
-        {"AbilityFilter: the action travels last", [&](Parcel& p) { return smallAbilityFilter()->Marshalling(p); },
-         abilityFilterHex},
-        {"DeviceFilter: two uint32 vectors, the second empty",
-         [](Parcel& p) {
-             return DeviceFilter({14, 17}, {}).Marshalling(p);
-         },
+    const std::vector<std::tuple<std::string, sptr<Parcelable>, std::string>> cases = {
+        {"DeviceInfo: three strings, then the type", full->GetDeviceInfo(), deviceInfoHex},
+        {"AbilityFilter: the action travels last", smallFilter, abilityFilterHex},
+        {"DeviceFilter: two uint32 vectors, the second empty", new DeviceFilter({14, 17}, {}),
          "02000000 0e000000 11000000 00000000"},
-        {"DeviceFilter: two empty lists", [](Parcel& p) { return DeviceFilter().Marshalling(p); }, "00000000 00000000"},
-        {"ServiceFilter: name, then the list with an empty name",
-         [](Parcel& p) {
-             return ServiceFilter("tv", {"PAD", ""}).Marshalling(p);
-         },
+        {"DeviceFilter: two empty lists", new DeviceFilter(), "00000000 00000000"},
+        {"ServiceFilter: name, then the list with an empty name", new ServiceFilter("tv", {"PAD", ""}),
          "02000000 74760000 02000000 03000000 50414400 00000000 00000000"},
-        {"LocalInfo: four strings, then the type",
-         [](Parcel& p) { return LocalInfo("a", "b", "c", "d", 12).Marshalling(p); }, localInfoHex},
+        {"LocalInfo: four strings, then the type", full->GetLocalDeviceInfo(), localInfoHex},
         {"DeviceServiceInfo: the type second, the rules fifth",
-         [](Parcel& p) { return DeviceServiceInfo("n", 14, "h", "i", {"r"}, "w", "m", "e").Marshalling(p); },
+         new DeviceServiceInfo("n", 14, "h", "i", {"r"}, "w", "m", "e"),
          "01000000 6e000000 0e000000 01000000 68000000 01000000 69000000 01000000 01000000 72000000 "
          "01000000 77000000 01000000 6d000000 01000000 65000000"},
-        {"PickerResult: three present members",
-         [&](Parcel& p) {
-             PickerResult result;
-             result.SetAbilityFilter(smallAbilityFilter());
-             result.SetDeviceInfo(new DeviceInfo("ab", "netw", "x", 14));
-             result.SetLocalDeviceInfo(new LocalInfo("a", "b", "c", "d", 12));
-             return result.Marshalling(p);
-         },
+        {"PickerResult: three present members", full,
          "01000000 " + abilityFilterHex + " 01000000 " + deviceInfoHex + " 01000000 " + localInfoHex},
-        {"PickerResult: fresh, three absent members", [](Parcel& p) { return PickerResult().Marshalling(p); },
-         "00000000 00000000 00000000"},
-        {"DeviceDynamicInfo: two empty strings", [](Parcel& p) { return DeviceDynamicInfo("", "").Marshalling(p); },
-         "00000000 00000000 00000000 00000000"},
-        {"DeviceConfigInfo: three strings, then two numbers",
-         [](Parcel& p) { return DeviceConfigInfo("m", "{}", "", 2607, 1).Marshalling(p); },
+        {"PickerResult: fresh, three absent members", new PickerResult(), "00000000 00000000 00000000"},
+        {"DeviceDynamicInfo: two empty strings", new DeviceDynamicInfo("", ""), "00000000 00000000 00000000 00000000"},
+        {"DeviceConfigInfo: three strings, then two numbers", new DeviceConfigInfo("m", "{}", "", 2607, 1),
          "01000000 6d000000 02000000 7b7d0000 00000000 00000000 2f0a0000 01000000"},
-        {"RequestResultInfo(7, 0)", [](Parcel& p) { return RequestResultInfo(7, 0).Marshalling(p); },
-         "07000000 00000000"},
-        {"ServicePublishInfo: publish id, service code, mode",
-         [](Parcel& p) { return ServicePublishInfo(1, 2, 3).Marshalling(p); }, "01000000 02000000 03000000"},
+        {"RequestResultInfo(7, 0)", new RequestResultInfo(7, 0), "07000000 00000000"},
+        {"ServicePublishInfo: publish id, service code, mode", new ServicePublishInfo(1, 2, 3),
+         "01000000 02000000 03000000"},
     };
-    for (const GoldenCase& c : cases) {
+    for (const auto& [name, record, hex] : cases) {
         Parcel parcel;
-        EXPECT_TRUE(c.write(parcel)) << c.name;
-        EXPECT_EQ(ToHex(parcel), c.hex) << c.name;
+        EXPECT_TRUE(record->Marshalling(parcel)) << name;
+        EXPECT_EQ(ToHex(parcel), hex) << name;
     }
 }
 
