@@ -54,6 +54,43 @@ Sim::World MakeWorld(size_t online)
     return world;
 }
 
+pid_t StartChild(const std::vector<std::string>& argv, std::string& firstLine)
+{
+    int out[2];
+    if (pipe2(out, O_CLOEXEC) != 0) {
+        return -1;
+    }
+    std::vector<char*> args;
+    for (const auto& arg : argv) {
+        args.push_back(const_cast<char*>(arg.c_str()));
+    }
+    args.push_back(nullptr);
+    pid_t pid = fork();
+    if (pid == 0) {
+        dup2(out[1], STDOUT_FILENO);
+        execv(args[0], args.data());
+        _exit(127);
+    }
+    close(out[1]);
+    firstLine.clear();
+    char c = 0;
+    while (read(out[0], &c, 1) == 1 && c != '\n') {
+        firstLine += c;
+    }
+    close(out[0]);
+    return pid;
+}
+
+void StopChild(pid_t& pid)
+{
+    if (pid > 0) {
+        kill(pid, SIGTERM);
+        int status = 0;
+        waitpid(pid, &status, 0);
+    }
+    pid = -1;
+}
+
 bool Daemon::Start(size_t online)
 {
     char pattern[] = "/tmp/dd-bench-XXXXXX";
@@ -69,26 +106,10 @@ bool Daemon::Start(size_t online)
             return false;
         }
     }
-    int ready[2];
-    if (pipe2(ready, O_CLOEXEC) != 0) {
-        return false;
-    }
     std::string runtimeDir = dir_ + "/run";
-    pid_ = fork();
-    if (pid_ == 0) {
-        dup2(ready[1], STDOUT_FILENO);
-        execl(DD_BENCH_DAEMON, DD_BENCH_DAEMON, "--world", worldFile.c_str(), "--runtime-dir", runtimeDir.c_str(),
-              static_cast<char*>(nullptr));
-        _exit(127);
-    }
-    close(ready[1]);
-    // The ready line comes once the socket accepts connections.
     std::string line;
-    char c = 0;
-    while (read(ready[0], &c, 1) == 1 && c != '\n') {
-        line += c;
-    }
-    close(ready[0]);
+    pid_ = StartChild({DD_BENCH_DAEMON, "--world", worldFile, "--runtime-dir", runtimeDir}, line);
+    // The ready line comes once the socket accepts connections.
     if (pid_ < 0 || line.find("ready") == std::string::npos) {
         std::fprintf(stderr, "dd_bench: devicedetectd did not start (%s)\n", line.c_str());
         Stop();
@@ -100,12 +121,7 @@ bool Daemon::Start(size_t online)
 
 void Daemon::Stop()
 {
-    if (pid_ > 0) {
-        kill(pid_, SIGTERM);
-        int status = 0;
-        waitpid(pid_, &status, 0);
-        pid_ = -1;
-    }
+    StopChild(pid_);
     if (!dir_.empty()) {
         std::string command = "rm -rf '" + dir_ + "'";
         if (std::system(command.c_str()) != 0) {

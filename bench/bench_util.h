@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "device_detect_proxy.h"
 #include "world.h"
@@ -22,6 +23,14 @@ constexpr const char* TOGGLE_DEVICE = "udid-bench-toggle-7f3a9c2e41d05b86";
 // `online` devices with realistic identifiers and names, all online (the
 // service serves at most 1024).
 Sim::World MakeWorld(size_t online);
+
+// Starts argv[0] (a path) with its standard output on a pipe and waits for
+// the first line it prints (the programs we start print one when ready).
+// The child's pid, or -1 when there is none; `firstLine` is empty when the
+// child exited without a line.
+pid_t StartChild(const std::vector<std::string>& argv, std::string& firstLine);
+// SIGTERM, then waits for it. Sets pid to -1.
+void StopChild(pid_t& pid);
 
 // devicedetectd serving a generated world from a private runtime directory,
 // which this process (and the children it execs) then uses too.

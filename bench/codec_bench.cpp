@@ -147,15 +147,22 @@ void EncodeList(benchmark::State& state)
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes));
 }
 
+// The bytes EncodeList produces, written once for a decoding benchmark.
+template <typename T, T (*Make)(size_t)>
+void WriteList(MessageParcel& parcel, int64_t count)
+{
+    parcel.WriteUint32(static_cast<uint32_t>(count));
+    for (int64_t i = 0; i < count; ++i) {
+        T record = Make(static_cast<size_t>(i));
+        parcel.WriteParcelable(&record);
+    }
+}
+
 template <typename T, T (*Make)(size_t)>
 void DecodeList(benchmark::State& state)
 {
     MessageParcel parcel;
-    parcel.WriteUint32(static_cast<uint32_t>(state.range(0)));
-    for (int64_t i = 0; i < state.range(0); ++i) {
-        T record = Make(static_cast<size_t>(i));
-        parcel.WriteParcelable(&record);
-    }
+    WriteList<T, Make>(parcel, state.range(0));
     for (auto _ : state) {
         parcel.RewindRead(0);
         uint32_t count = parcel.ReadUint32();
@@ -178,11 +185,7 @@ void DecodeList(benchmark::State& state)
 void DecodeDeviceInfoList(benchmark::State& state)
 {
     MessageParcel parcel;
-    parcel.WriteUint32(static_cast<uint32_t>(state.range(0)));
-    for (int64_t i = 0; i < state.range(0); ++i) {
-        DeviceInfo record = SampleDevice(static_cast<size_t>(i));
-        parcel.WriteParcelable(&record);
-    }
+    WriteList<DeviceInfo, SampleDevice>(parcel, state.range(0));
     for (auto _ : state) {
         parcel.RewindRead(0);
         uint32_t count = parcel.ReadUint32();

@@ -5,8 +5,6 @@
 // table.
 #include <benchmark/benchmark.h>
 #include <grpcpp/grpcpp.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -49,25 +47,8 @@ private:
         }
         dir_ = pattern;
         std::string socketPath = dir_ + "/peer.sock";
-        int ready[2];
-        if (pipe(ready) != 0) {
-            return false;
-        }
-        pid_ = fork();
-        if (pid_ == 0) {
-            dup2(ready[1], STDOUT_FILENO);
-            close(ready[0]);
-            close(ready[1]);
-            execl(DD_BENCH_GRPC_PEER, DD_BENCH_GRPC_PEER, socketPath.c_str(), static_cast<char*>(nullptr));
-            _exit(127);
-        }
-        close(ready[1]);
         std::string line;
-        char c = 0;
-        while (read(ready[0], &c, 1) == 1 && c != '\n') {
-            line += c;
-        }
-        close(ready[0]);
+        pid_ = StartChild({DD_BENCH_GRPC_PEER, socketPath}, line);
         if (pid_ < 0 || line != "ready") {
             std::fprintf(stderr, "dd_bench: dd_bench_grpc_peer did not start (%s)\n", line.c_str());
             Stop();
@@ -81,12 +62,7 @@ private:
     void Stop()
     {
         stub_.reset();
-        if (pid_ > 0) {
-            kill(pid_, SIGTERM);
-            int status = 0;
-            waitpid(pid_, &status, 0);
-            pid_ = -1;
-        }
+        StopChild(pid_);
         if (!dir_.empty()) {
             unlink((dir_ + "/peer.sock").c_str());
             rmdir(dir_.c_str());
