@@ -1,7 +1,7 @@
 // Shared by the proxy tests: the arguments every call uses, the calls
 // themselves (each renders its outcome as one string, so tables compare
-// results of any shape), reply writers and request readers that follow the
-// wire layouts field by field.
+// results of any shape) and reply writers that follow the wire layouts field
+// by field.
 #ifndef SYNTAVO_TEST_PROXY_TEST_SUPPORT_H
 #define SYNTAVO_TEST_PROXY_TEST_SUPPORT_H
 
@@ -292,32 +292,6 @@ inline MessageParcel BuildParcel(const ReplyWriter& writer)
         writer(parcel);
     }
     return parcel;
-}
-
-// --- request readers ---------------------------------------------------------
-inline void ExpectString(MessageParcel& request, const std::string& expected)
-{
-    std::string value;
-    ASSERT_TRUE(request.ReadString(value)) << "expected the string " << expected;
-    EXPECT_EQ(value, expected);
-}
-
-inline void ExpectAbilityFilter(MessageParcel& request, const AbilityFilter& expected)
-{
-    EXPECT_EQ(request.ReadInt32(), 1) << "presence of an AbilityFilter";
-    ExpectString(request, expected.GetBundleName());
-    ExpectString(request, expected.GetAbilityType());
-    ExpectString(request, expected.GetAbilityDescription());
-    EXPECT_EQ(request.ReadUint32(), expected.GetDeviceType());
-    EXPECT_EQ(request.ReadUint32(), expected.GetAccountType());
-    ExpectString(request, expected.GetAction());
-}
-
-inline void ExpectObject(MessageParcel& request, const sptr<IRemoteObject>& expected)
-{
-    sptr<IRemoteObject> object = request.ReadRemoteObject();
-    ASSERT_NE(object, nullptr) << "expected a remote object";
-    EXPECT_EQ(object.GetRefPtr(), expected.GetRefPtr());
 }
 
 }  // namespace Test

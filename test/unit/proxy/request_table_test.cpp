@@ -43,7 +43,80 @@ RequestCase Row(std::string name, std::string call, uint32_t code, BodyCheck bod
             std::move(result), std::move(lines)};
 }
 
-const BodyCheck kNothing = [](MessageParcel&, const CallArgs&) {};
+// Request readers, one per item; Body() checks them in order.
+BodyCheck Str(std::string expected)
+{
+    return [expected](MessageParcel& r, const CallArgs&) {
+        std::string value;
+        ASSERT_TRUE(r.ReadString(value)) << "expected the string " << expected;
+        EXPECT_EQ(value, expected);
+    };
+}
+
+BodyCheck I32(int32_t expected)
+{
+    return [expected](MessageParcel& r, const CallArgs&) { EXPECT_EQ(r.ReadInt32(), expected); };
+}
+
+BodyCheck U32(uint32_t expected)
+{
+    return [expected](MessageParcel& r, const CallArgs&) { EXPECT_EQ(r.ReadUint32(), expected); };
+}
+
+BodyCheck StrVec(std::vector<std::string> expected)
+{
+    return [expected](MessageParcel& r, const CallArgs&) {
+        std::vector<std::string> values;
+        EXPECT_TRUE(r.ReadStringVector(&values));
+        EXPECT_EQ(values, expected);
+    };
+}
+
+BodyCheck U32Vec(std::vector<uint32_t> expected)
+{
+    return [expected](MessageParcel& r, const CallArgs&) {
+        std::vector<uint32_t> values;
+        EXPECT_TRUE(r.ReadUInt32Vector(&values));
+        EXPECT_EQ(values, expected);
+    };
+}
+
+// The argument's object itself, not a copy.
+template <typename T>
+BodyCheck Obj(sptr<T> CallArgs::*member)
+{
+    return [member](MessageParcel& r, const CallArgs& a) {
+        sptr<IRemoteObject> object = r.ReadRemoteObject();
+        ASSERT_NE(object, nullptr) << "expected a remote object";
+        EXPECT_EQ(object.GetRefPtr(), static_cast<IRemoteObject*>((a.*member).GetRefPtr()));
+    };
+}
+
+// An AbilityFilter field by field: abilityFilterList[index], or the single
+// abilityFilter for -1.
+BodyCheck Filter(int index)
+{
+    return [index](MessageParcel& r, const CallArgs& a) {
+        const AbilityFilter& expected = index < 0 ? *a.abilityFilter : *a.abilityFilterList[index];
+        EXPECT_EQ(r.ReadInt32(), 1) << "presence of an AbilityFilter";
+        for (const std::string& s :
+             {expected.GetBundleName(), expected.GetAbilityType(), expected.GetAbilityDescription()}) {
+            Str(s)(r, a);
+        }
+        EXPECT_EQ(r.ReadUint32(), expected.GetDeviceType());
+        EXPECT_EQ(r.ReadUint32(), expected.GetAccountType());
+        Str(expected.GetAction())(r, a);
+    };
+}
+
+BodyCheck Body(std::vector<BodyCheck> items)
+{
+    return [items](MessageParcel& r, const CallArgs& a) {
+        for (const BodyCheck& item : items) {
+            item(r, a);
+        }
+    };
+}
 
 const ReplyWriter DeviceListReply = DeviceList(2, {{"u1", 14}, {"u2", 17}});
 
@@ -65,15 +138,6 @@ ReplyWriter RegisterReply(int32_t status, uint32_t listenerId)
     };
 }
 
-BodyCheck Strings(std::vector<std::string> expected)
-{
-    return [expected](MessageParcel& r, const CallArgs&) {
-        for (const std::string& s : expected) {
-            ExpectString(r, s);
-        }
-    };
-}
-
 const std::vector<std::string> kListLines = {"I GetTrustedDeviceList", "I GetTrustedDeviceList deviceNum:2",
                                              "I GetTrustedDeviceList end"};
 const std::vector<std::string> kFilterListLines = {"I GetTrustedDeviceListWithAbilityFilter",
@@ -84,7 +148,7 @@ const std::vector<RequestCase>& Cases()
 {
     static const std::vector<RequestCase> cases = {
         // --- trusted device lists ---
-        Row("plain list", "GetTrustedDeviceList", 1, Strings({kStr}), DeviceListReply,
+        Row("plain list", "GetTrustedDeviceList", 1, Body({Str(kStr)}), DeviceListReply,
             "0 [keep|||0, u1|n-u1|d-u1|14, u2|n-u2|d-u2|17]", kListLines),
         Row("plain list, empty", "GetTrustedDeviceList", 1, nullptr, DeviceList(0, {}), "0 [keep|||0]",
             {"I GetTrustedDeviceList", "I GetTrustedDeviceList deviceNum:0", "I GetTrustedDeviceList end"}),
@@ -99,12 +163,7 @@ const std::vector<RequestCase>& Cases()
         Row("callback overload", "GetTrustedDeviceList(callback)", 0, nullptr, DeviceListReply, "0 [keep|||0]",
             {"W GetTrustedDeviceList"}),
         Row(
-            "ability filter list", "GetTrustedDeviceListWithAbilityFilter", 4,
-            [](MessageParcel& r, const CallArgs& a) {
-                EXPECT_EQ(r.ReadUint32(), 2u);
-                ExpectAbilityFilter(r, *a.abilityFilterList[0]);
-                ExpectAbilityFilter(r, *a.abilityFilterList[1]);
-            },
+            "ability filter list", "GetTrustedDeviceListWithAbilityFilter", 4, Body({U32(2), Filter(0), Filter(1)}),
             [](MessageParcel& r) {
                 r.WriteUint32(2);
                 WriteDevice(r, "u1", 14);
@@ -142,77 +201,40 @@ const std::vector<RequestCase>& Cases()
         Row("single ability filter overload", "GetTrustedDeviceListWithAbilityFilter(single)", 0, nullptr,
             DeviceListReply, "0 [keep|||0]", {"W GetTrustedDeviceListWithAbilityFilter"}),
         Row("service filter", "GetTrustedDeviceListWithServiceFilter", 6,
-            [](MessageParcel& r, const CallArgs&) {
-                EXPECT_EQ(r.ReadInt32(), 1);
-                ExpectString(r, "svc");
-                std::vector<std::string> types;
-                EXPECT_TRUE(r.ReadStringVector(&types));
-                EXPECT_EQ(types, (std::vector<std::string>{"PHONE", "PAD"}));
-                ExpectString(r, kStr);
-            },
-            DeviceList(2, {{}, {"u2", 17}}), "0 [keep|||0, u2|n-u2|d-u2|17]",
+            Body({I32(1), Str("svc"), StrVec({"PHONE", "PAD"}), Str(kStr)}), DeviceList(2, {{}, {"u2", 17}}),
+            "0 [keep|||0, u2|n-u2|d-u2|17]",
             {"I GetTrustedDeviceListWithServiceFilter", "I GetTrustedDeviceList deviceNum:2",
              "E GetTrustedDeviceList ReadStrongParcelable nullptr", "I GetTrustedDeviceList end"}),
         Row("device filter", "GetTrustedDeviceListWithDeviceFilter", 14,
-            [](MessageParcel& r, const CallArgs& a) {
-                EXPECT_EQ(r.ReadInt32(), 1);
-                std::vector<uint32_t> deviceTypes;
-                std::vector<uint32_t> accountTypes;
-                EXPECT_TRUE(r.ReadUInt32Vector(&deviceTypes));
-                EXPECT_TRUE(r.ReadUInt32Vector(&accountTypes));
-                EXPECT_EQ(deviceTypes, (std::vector<uint32_t>{14, 17}));
-                EXPECT_EQ(accountTypes, (std::vector<uint32_t>{1, 2}));
-                ExpectObject(r, a.detectCallback);
-            },
+            Body({I32(1), U32Vec({14, 17}), U32Vec({1, 2}), Obj(&CallArgs::detectCallback)}),
             DeviceList(2, {{"u1", 14}, {}}), "0 [keep|||0, u1|n-u1|d-u1|14]",
             {"I GetTrustedDeviceListWithDeviceFilter with callback enter", "I deviceNum:2",
              "E ReadStrongParcelable nullptr"}),
 
         // --- listeners and callbacks ---
         Row("register with ability filter", "RegisterDevChangedCallback", 7,
-            [](MessageParcel& r, const CallArgs& a) {
-                ExpectAbilityFilter(r, *a.abilityFilter);
-                ExpectString(r, kStr);
-                ExpectObject(r, a.devChangedCallback);
-            },
-            RegisterReply(0, 42), "(0, 42)",
+            Body({Filter(-1), Str(kStr), Obj(&CallArgs::devChangedCallback)}), RegisterReply(0, 42), "(0, 42)",
             {"I RegisterDevChangedCallback start", "I RegisterDevChangedCallback end"}),
         Row("register, service refuses", "RegisterDevChangedCallback", 7, nullptr, RegisterReply(-5, 0xFFFFFFFFu),
             "(-5, 4294967295)", {"I RegisterDevChangedCallback start", "I RegisterDevChangedCallback end"}),
         Row("unregister device listener", "UnregisterDevChangedCallback", 8,
-            [](MessageParcel& r, const CallArgs&) { EXPECT_EQ(r.ReadInt32(), static_cast<int32_t>(0x80000005u)); },
-            Int32Reply(3), "3", {"I UnregisterDevChangedCallback start", "I UnregisterDevChangedCallback end"}),
+            Body({I32(static_cast<int32_t>(0x80000005u))}), Int32Reply(3), "3",
+            {"I UnregisterDevChangedCallback start", "I UnregisterDevChangedCallback end"}),
         Row("register with service filter", "RegisterCallbackWithServiceFilter", 9,
-            [](MessageParcel& r, const CallArgs& a) {
-                EXPECT_EQ(r.ReadInt32(), 1);
-                ExpectString(r, "svc");
-                std::vector<std::string> types;
-                EXPECT_TRUE(r.ReadStringVector(&types));
-                ExpectString(r, kStr);
-                ExpectObject(r, a.devChangedCallback);
-            },
+            Body({I32(1), Str("svc"), StrVec({"PHONE", "PAD"}), Str(kStr), Obj(&CallArgs::devChangedCallback)}),
             RegisterReply(7, 43), "(7, 43)",
             {"I RegisterCallbackWithServiceFilter start", "I RegisterCallbackWithServiceFilter end"}),
-        Row("unregister service filter listener", "UnregisterServiceFilterListener", 10,
-            [](MessageParcel& r, const CallArgs&) { EXPECT_EQ(r.ReadUint32(), 0x80000005u); }, Int32Reply(0), "0",
-            {"I UnregisterServiceFilterListener start", "I UnregisterServiceFilterListener end"}),
+        Row("unregister service filter listener", "UnregisterServiceFilterListener", 10, Body({U32(0x80000005u)}),
+            Int32Reply(0), "0", {"I UnregisterServiceFilterListener start", "I UnregisterServiceFilterListener end"}),
         Row("register service change callback", "RegisterServiceChangedCallback", 11,
-            [](MessageParcel& r, const CallArgs& a) { ExpectObject(r, a.serviceChangedCallback); }, Int32Reply(-2),
-            "-2", {"I start", "I end"}),
-        Row("unregister service change callback", "UnregisterServiceChangedCallback", 12, kNothing, Int32Reply(1), "1",
+            Body({Obj(&CallArgs::serviceChangedCallback)}), Int32Reply(-2), "-2", {"I start", "I end"}),
+        Row("unregister service change callback", "UnregisterServiceChangedCallback", 12, Body({}), Int32Reply(1), "1",
             {"I start", "I end"}),
 
         // --- device information ---
-        Row("local device", "GetLocalDeviceInfo", 13, kNothing, [](MessageParcel& r) { WriteDevice(r, "me", 14); },
+        Row("local device", "GetLocalDeviceInfo", 13, Body({}), [](MessageParcel& r) { WriteDevice(r, "me", 14); },
             "0 me|n-me|d-me|14", {"I GetLocalDeviceInfo", "I GetLocalDeviceInfo end"}),
-        Row(
-            "dynamic info", "GetRemoteDeviceDynamicInfo", 15,
-            [](MessageParcel& r, const CallArgs& a) {
-                ExpectString(r, kDeviceId);
-                std::vector<std::string> keys;
-                EXPECT_TRUE(r.ReadStringVector(&keys));
-                EXPECT_EQ(keys, a.keyList);
-            },
+        Row("dynamic info", "GetRemoteDeviceDynamicInfo", 15, Body({Str(kDeviceId), StrVec({"battery", "wifi"})}),
             [](MessageParcel& r) {
                 r.WriteUint32(2);
                 WriteDynamicInfo(r, "battery", "80");
@@ -220,7 +242,7 @@ const std::vector<RequestCase>& Cases()
             },
             "0 [keep=1, battery=80, wifi=on]",
             {"I GetRemoteDeviceDynamicInfo", "I resultListLen:2", "I GetRemoteDeviceDynamicInfo end"}),
-        Row("config info", "QueryDeviceConfigInfo", 16, Strings({kConfigQuery}),
+        Row("config info", "QueryDeviceConfigInfo", 16, Body({Str(kConfigQuery)}),
             [](MessageParcel& r) {
                 r.WriteInt32(1);
                 r.WriteString("m1");
@@ -230,53 +252,41 @@ const std::vector<RequestCase>& Cases()
                 r.WriteUint32(1);
             },
             "0 m1|{}|name|17|1", {"I QueryDeviceConfigInfo", "I QueryDeviceConfigInfo end"}),
-        Row("device switch", "GetDeviceSwitch", 22, Strings({kDeviceId}), Int32Reply(1008), "1008",
+        Row("device switch", "GetDeviceSwitch", 22, Body({Str(kDeviceId)}), Int32Reply(1008), "1008",
             {"I GetDeviceSwitch with deviceId enter", "I deviceStatus:1008"}),
-        Row("same account", "GetIsSameDeviceAccount", 26, Strings({kNetworkId}), BoolReply(true), "true",
+        Row("same account", "GetIsSameDeviceAccount", 26, Body({Str(kNetworkId)}), BoolReply(true), "true",
             {"I GetIsSameDeviceAccount with deviceId enter", "I DeviceAccount:1"}),
         Row("not same account", "GetIsSameDeviceAccount", 26, nullptr, BoolReply(false), "false",
             {"I GetIsSameDeviceAccount with deviceId enter", "I DeviceAccount:0"}),
-        Row("bind key-mouse service", "GetBindKeymouseServiceReq", 27,
-            [](MessageParcel& r, const CallArgs&) { EXPECT_EQ(r.ReadInt32(), 1); }, Int32Reply(99), "void",
+        Row("bind key-mouse service", "GetBindKeymouseServiceReq", 27, Body({I32(1)}), Int32Reply(99), "void",
             {"I GetBindKeymouseServiceReq"}),
-        Row("next type device", "GetIsNextTypeDevice", 28, Strings({kNetworkId}), BoolReply(true), "true",
+        Row("next type device", "GetIsNextTypeDevice", 28, Body({Str(kNetworkId)}), BoolReply(true), "true",
             {"I GetIsNextTypeDevice with deviceId enter", "I IsNextTypeDevice:1"}),
 
         // --- services, dialogs, key-mouse ---
         Row("deliver callback", "RegisterServiceDeliverCallback", 17,
-            [](MessageParcel& r, const CallArgs& a) {
-                ExpectString(r, "-7");
-                ExpectObject(r, a.deliverCallback);
-            },
-            Int32Reply(9), "9", {"I RegisterServiceDeliverCallback", "I RegisterServiceDeliverCallback end"}),
+            Body({Str("-7"), Obj(&CallArgs::deliverCallback)}), Int32Reply(9), "9",
+            {"I RegisterServiceDeliverCallback", "I RegisterServiceDeliverCallback end"}),
         Row("deliver callback, empty reply", "RegisterServiceDeliverCallback", 17, nullptr, nullptr, "0",
             {"I RegisterServiceDeliverCallback", "I RegisterServiceDeliverCallback end"}),
-        Row("dialog callback", "SetDialogEventCallback", 18,
-            [](MessageParcel& r, const CallArgs& a) { ExpectObject(r, a.dialogCallback); }, Int32Reply(-1), "0",
+        Row("dialog callback", "SetDialogEventCallback", 18, Body({Obj(&CallArgs::dialogCallback)}), Int32Reply(-1),
+            "0",
             {"I SetDialogEventCallback", "E SetDialogEventCallback callback is null? : 0",
              "I SetDialogEventCallback end"}),
-        Row("dialog event", "NotifyAppDialogEvent", 19, Strings({kDialogEvent}), Int32Reply(-1), "0",
+        Row("dialog event", "NotifyAppDialogEvent", 19, Body({Str(kDialogEvent)}), Int32Reply(-1), "0",
             {"I enter", "I end"}),
-        Row("request service", "RequestService", 20,
-            [](MessageParcel& r, const CallArgs& a) {
-                ExpectString(r, kPkgName);
-                ExpectObject(r, a.publishCallback);
-            },
+        Row("request service", "RequestService", 20, Body({Str(kPkgName), Obj(&CallArgs::publishCallback)}),
             Int32Reply(11), "11", {"I enter, pkgName:com.example.pkg"}),
         Row("request service, empty reply", "RequestService", 20, nullptr, nullptr, "0",
             {"I enter, pkgName:com.example.pkg"}),
-        Row("withdraw service request", "UnRequestService", 21, Strings({kPkgName}), Int32Reply(12), "12",
+        Row("withdraw service request", "UnRequestService", 21, Body({Str(kPkgName)}), Int32Reply(12), "12",
             {"I enter, pkgName:com.example.pkg"}),
         Row("key-mouse callback", "RegisterKeyMouseCallback", 23,
-            [](MessageParcel& r, const CallArgs& a) {
-                ExpectString(r, kCallerId);
-                ExpectObject(r, a.keyMouseCallback);
-            },
-            Int32Reply(6), "6", {"I RegisterKeyMouseCallback start", "I RegisterKeyMouseCallback end"}),
-        Row("key-mouse unregister", "UnregisterKeyMouseCallback", 24, Strings({kCallerId}), Int32Reply(7), "7",
+            Body({Str(kCallerId), Obj(&CallArgs::keyMouseCallback)}), Int32Reply(6), "6",
+            {"I RegisterKeyMouseCallback start", "I RegisterKeyMouseCallback end"}),
+        Row("key-mouse unregister", "UnregisterKeyMouseCallback", 24, Body({Str(kCallerId)}), Int32Reply(7), "7",
             {"I UnregisterKeyMouseCallback start", "I UnregisterKeyMouseCallback end"}),
-        Row("key-mouse edge switch", "UpdateKeyMouseEdgeSwitch", 25,
-            [](MessageParcel& r, const CallArgs&) { EXPECT_EQ(r.ReadInt32(), 1); }, Int32Reply(8), "8",
+        Row("key-mouse edge switch", "UpdateKeyMouseEdgeSwitch", 25, Body({I32(1)}), Int32Reply(8), "8",
             {"I UpdateKeyMouseEdgeSwitch start", "I UpdateKeyMouseEdgeSwitch end"}),
     };
     return cases;
