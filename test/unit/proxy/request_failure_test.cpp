@@ -69,7 +69,6 @@ const std::vector<FailureCase>& Cases()
         Fail("GetTrustedDeviceList", kSendFails, "-1 [keep|||0]", {"GetTrustedDeviceList SendRequest failed"}),
         Fail("GetTrustedDeviceList", kEmptyReply, "-1 [keep|||0]", {"GetTrustedDeviceList ReadUint32 failed"}),
         Fail("GetTrustedDeviceList", Reply(kCount1025), "-1 [keep|||0]", {"Devicenum exceed maximum"}),
-
         Fail("GetTrustedDeviceListWithAbilityFilter", Writes(0), "-1 [keep|||0[]]",
              {"GetTrustedDeviceList WriteInterfaceToken failed"}),
         Fail("GetTrustedDeviceListWithAbilityFilter", Writes(1), "-1 [keep|||0[]]",
@@ -89,7 +88,6 @@ const std::vector<FailureCase>& Cases()
                  r.WriteUint32(0xFFFFFFFFu);
              }),
              "-1 [keep|||0[]]", {"GetTrustedDeviceList abilityFilterNum:4294967295 exceeds the reply"}),
-
         Fail("GetTrustedDeviceListWithServiceFilter", Writes(0), "1006 [keep|||0]",
              {"GetTrustedDeviceList WriteInterfaceToken failed"}),
         Fail("GetTrustedDeviceListWithServiceFilter", Writes(1), "1007 [keep|||0]",
@@ -102,7 +100,6 @@ const std::vector<FailureCase>& Cases()
              {"GetTrustedDeviceList ReadUint32 failed"}),
         Fail("GetTrustedDeviceListWithServiceFilter", Reply(kCount1025), "1023 [keep|||0]",
              {"DeviceNum exceed maximum"}),
-
         Fail("GetTrustedDeviceListWithDeviceFilter", Writes(0), "1006 [keep|||0]", {"WriteInterfaceToken failed"}),
         Fail("GetTrustedDeviceListWithDeviceFilter", Writes(1), "1007 [keep|||0]", {"WriteStrongParcelable failed"}),
         Fail("GetTrustedDeviceListWithDeviceFilter", Writes(2), "1011 [keep|||0]", {"WriteRemoteObject failed"}),
@@ -110,7 +107,6 @@ const std::vector<FailureCase>& Cases()
         Fail("GetTrustedDeviceListWithDeviceFilter", kSendFails, "1008 [keep|||0]", {"SendRequest failed"}),
         Fail("GetTrustedDeviceListWithDeviceFilter", kEmptyReply, "1001 [keep|||0]", {"ReadUint32 failed"}),
         Fail("GetTrustedDeviceListWithDeviceFilter", Reply(kCount1025), "-1 [keep|||0]", {"Devicenum exceed maximum"}),
-
         Fail("RegisterDevChangedCallback", Writes(0), "(1006, 0)", {"WriteInterfaceToken failed"}),
         Fail("RegisterDevChangedCallback", Writes(1), "(1007, 0)", {"WriteStrongParcelable failed"}),
         Fail("RegisterDevChangedCallback", Writes(2), "(1021, 0)", {"WriteString failed"}),
@@ -119,7 +115,6 @@ const std::vector<FailureCase>& Cases()
         Fail("RegisterDevChangedCallback", kSendFails, "(1008, 0)", {"SendRequest failed"}),
         Fail("RegisterDevChangedCallback", kEmptyReply, "(1022, 0)", {"ReadInt32 failed"}),
         Fail("RegisterDevChangedCallback", Reply(kStatusOnly), "(1022, 0)", {"ReadUint32 failed"}),
-
         Fail("RegisterCallbackWithServiceFilter", Writes(0), "(1006, 0)", {"WriteInterfaceToken failed"}),
         Fail("RegisterCallbackWithServiceFilter", Writes(1), "(1007, 0)", {"WriteStrongParcelable failed"}),
         Fail("RegisterCallbackWithServiceFilter", Writes(2), "(1021, 0)", {"WriteString failed"}),
@@ -128,51 +123,41 @@ const std::vector<FailureCase>& Cases()
         Fail("RegisterCallbackWithServiceFilter", kSendFails, "(1008, 0)", {"SendRequest failed"}),
         Fail("RegisterCallbackWithServiceFilter", kEmptyReply, "(1022, 0)", {"ReadInt32 failed"}),
         Fail("RegisterCallbackWithServiceFilter", Reply(kStatusOnly), "(1022, 0)", {"ReadUint32 failed"}),
-
         Fail("UnregisterDevChangedCallback", Writes(0), "1006", {"WriteInterfaceToken failed"}),
         Fail("UnregisterDevChangedCallback", Writes(1), "1021", {"WriteInt32 failed"}),
         Fail("UnregisterDevChangedCallback", kSendFails, "1008", {"SendRequest failed"}),
         Fail("UnregisterDevChangedCallback", kEmptyReply, "1007", {"ReadInt32 failed"}),
-
         Fail("UnregisterServiceFilterListener", Writes(0), "1006", {"WriteInterfaceToken failed"}),
         Fail("UnregisterServiceFilterListener", Writes(1), "1021", {"WriteInt32 failed"}),
         Fail("UnregisterServiceFilterListener", kSendFails, "1008", {"SendRequest failed"}),
         Fail("UnregisterServiceFilterListener", kEmptyReply, "1007", {"ReadInt32 failed"}),
-
         Fail("RegisterServiceChangedCallback", Writes(0), "1006", {"WriteInterfaceToken failed"}),
         Fail("RegisterServiceChangedCallback", Writes(1), "1011", {"WriteRemoteObject failed"}),
         Fail("RegisterServiceChangedCallback", kNullCallback, "1011", {"WriteRemoteObject failed"}),
         Fail("RegisterServiceChangedCallback", kSendFails, "1008", {"SendRequest failed"}),
         Fail("RegisterServiceChangedCallback", kEmptyReply, "1022", {"ReadInt32 failed"}),
-
         Fail("UnregisterServiceChangedCallback", Writes(0), "1006", {"WriteInterfaceToken failed"}),
         Fail("UnregisterServiceChangedCallback", kSendFails, "1008", {"SendRequest failed"}),
         Fail("UnregisterServiceChangedCallback", kEmptyReply, "1007", {"ReadInt32 failed"}),
-
         Fail("GetDeviceSwitch", Writes(0), "1006", {"GetDeviceSwitch failed"}),
         Fail("GetDeviceSwitch", Writes(1), "1007", {"WriteDeciveId failed"}),
         Fail("GetDeviceSwitch", kSendFails, "1008", {"SendRequest failed"}),
         Fail("GetDeviceSwitch", kEmptyReply, "1001", {"ReadUint32 failed"}),
-
         Fail("GetIsSameDeviceAccount", Writes(0), "false", {"GetIsSameDeviceAccount failed"}),
         Fail("GetIsSameDeviceAccount", Writes(1), "false", {"WriteNetworkId failed"}),
         Fail("GetIsSameDeviceAccount", kSendFails, "false", {"SendRequest failed"}),
         Fail("GetIsSameDeviceAccount", kEmptyReply, "false", {"Readint32 failed"}),
-
         Fail("GetIsNextTypeDevice", Writes(0), "false", {"GetIsNextTypeDevice failed"}),
         Fail("GetIsNextTypeDevice", Writes(1), "false", {"WriteNetworkId failed"}),
         Fail("GetIsNextTypeDevice", kSendFails, "false", {"SendRequest failed"}),
         Fail("GetIsNextTypeDevice", kEmptyReply, "false", {"ReadUint32 failed"}),
-
         Fail("GetBindKeymouseServiceReq", Writes(0), "void", {"BindKeymouseService failed"}),
         Fail("GetBindKeymouseServiceReq", Writes(1), "void", {"WriteBindKeymouseService failed"}),
         Fail("GetBindKeymouseServiceReq", kSendFails, "void", {"SendRequest failed"}),
-
         Fail("GetLocalDeviceInfo", Writes(0), "1006 keep|||0", {"GetLocalDeviceInfo WriteInterfaceToken failed"}),
         Fail("GetLocalDeviceInfo", kSendFails, "1008 keep|||0", {"GetLocalDeviceInfo SendRequest failed"}),
         Fail("GetLocalDeviceInfo", kEmptyReply, "1001 keep|||0", {}),
         Fail("GetLocalDeviceInfo", Reply(kAbsentRecord), "1001 keep|||0", {}),
-
         Fail("GetRemoteDeviceDynamicInfo", Writes(0), "1006 [keep=1]",
              {"GetRemoteDeviceDynamicInfo WriteInterfaceToken failed"}),
         Fail("GetRemoteDeviceDynamicInfo", Writes(1), "1011 [keep=1]", {"WriteString failed"}),
@@ -193,14 +178,12 @@ const std::vector<FailureCase>& Cases()
                  WriteAbsent(r);
              }),
              "1019 [keep=1, battery=80]", {"ReadStrongParcelable nullptr"}),
-
         Fail("QueryDeviceConfigInfo", Writes(0), "1006 keep|||0|0",
              {"QueryDeviceConfigInfo WriteInterfaceToken failed"}),
         Fail("QueryDeviceConfigInfo", Writes(1), "1007 keep|||0|0", {"QueryDeviceConfigInfo WriteString failed"}),
         Fail("QueryDeviceConfigInfo", kSendFails, "1008 keep|||0|0", {"QueryDeviceConfigInfo SendRequest failed"}),
         Fail("QueryDeviceConfigInfo", kEmptyReply, "1001 keep|||0|0", {}),
         Fail("QueryDeviceConfigInfo", Reply(kAbsentRecord), "1001 keep|||0|0", {}),
-
         Fail("RegisterServiceDeliverCallback", Writes(0), "1006",
              {"RegisterServiceDeliverCallback WriteInterfaceToken failed"}),
         Fail("RegisterServiceDeliverCallback", Writes(1), "1007",
@@ -211,7 +194,6 @@ const std::vector<FailureCase>& Cases()
              {"RegisterServiceDeliverCallback WriteRemoteObject failed"}),
         Fail("RegisterServiceDeliverCallback", kSendFails, "1008",
              {"RegisterServiceDeliverCallback SendRequest failed"}),
-
         Fail("SetDialogEventCallback", Writes(0), "-1", {"SetDialogEventCallback WriteInterfaceToken failed"}),
         Fail("SetDialogEventCallback", Writes(1), "-1",
              {"SetDialogEventCallback callback is null? : 0", "SetDialogEventCallback WriteRemoteObject failed"}),
@@ -219,34 +201,28 @@ const std::vector<FailureCase>& Cases()
              {"SetDialogEventCallback callback is null? : 1", "SetDialogEventCallback WriteRemoteObject failed"}),
         Fail("SetDialogEventCallback", kSendFails, "-1",
              {"SetDialogEventCallback callback is null? : 0", "SetDialogEventCallback SendRequest failed"}),
-
         Fail("NotifyAppDialogEvent", Writes(0), "-1", {"WriteInterfaceToken failed"}),
         Fail("NotifyAppDialogEvent", Writes(1), "-1", {"WriteString failed"}),
         Fail("NotifyAppDialogEvent", kSendFails, "-1", {"SendRequest failed"}),
-
         Fail("RequestService", Writes(0), "1006", {"WriteInterfaceToken failed"}),
         Fail("RequestService", Writes(1), "1011", {"WriteString failed"}),
         Fail("RequestService", Writes(2), "1011", {"WriteRemoteObject failed"}),
         Fail("RequestService", kNullCallback, "1011", {"WriteRemoteObject failed"}),
         Fail("RequestService", kSendFails, "1008", {"SendRequest failed"}),
-
         Fail("UnRequestService", Writes(0), "1006", {"WriteInterfaceToken failed"}),
         Fail("UnRequestService", Writes(1), "1011", {"WriteString failed"}),
         Fail("UnRequestService", kSendFails, "1008", {"SendRequest failed"}),
         Fail("UnRequestService", kEmptyReply, "0", {}),
-
         Fail("RegisterKeyMouseCallback", Writes(0), "1006", {"WriteInterfaceToken failed"}),
         Fail("RegisterKeyMouseCallback", Writes(1), "1021", {"WriteString failed"}),
         Fail("RegisterKeyMouseCallback", Writes(2), "1021", {"WriteRemoteObject failed"}),
         Fail("RegisterKeyMouseCallback", kNullCallback, "1021", {"WriteRemoteObject failed"}),
         Fail("RegisterKeyMouseCallback", kSendFails, "1008", {"SendRequest failed"}),
         Fail("RegisterKeyMouseCallback", kEmptyReply, "1022", {"ReadInt32 failed"}),
-
         Fail("UnregisterKeyMouseCallback", Writes(0), "1006", {"WriteInterfaceToken failed"}),
         Fail("UnregisterKeyMouseCallback", Writes(1), "1021", {"WriteString failed"}),
         Fail("UnregisterKeyMouseCallback", kSendFails, "1008", {"SendRequest failed"}),
         Fail("UnregisterKeyMouseCallback", kEmptyReply, "1022", {"ReadInt32 failed"}),
-
         Fail("UpdateKeyMouseEdgeSwitch", Writes(0), "1006", {"WriteInterfaceToken failed"}),
         Fail("UpdateKeyMouseEdgeSwitch", Writes(1), "1021", {"WriteBool failed"}),
         Fail("UpdateKeyMouseEdgeSwitch", kSendFails, "1008", {"SendRequest failed"}),
