@@ -1,13 +1,16 @@
 // Shared by the proxy tests: the arguments every call uses, the calls
 // themselves (each renders its outcome as one string, so tables compare
-// results of any shape), reply writers and request readers that follow the
-// wire layouts field by field.
+// results of any shape) and reply writers that follow the wire layouts field
+// by field.
 #ifndef SYNTAVO_TEST_PROXY_TEST_SUPPORT_H
 #define SYNTAVO_TEST_PROXY_TEST_SUPPORT_H
 
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "device_detect_proxy.h"
 #include "fake_remote_object.h"
@@ -17,15 +20,41 @@ namespace Tavik {
 namespace Syntavo {
 namespace Test {
 
+inline const std::string kStr = "query-str";
+inline const std::string kDeviceId = "device-1";
+inline const std::string kNetworkId = "network-7";
+inline const std::string kConfigQuery = "model";
+inline const std::string kDialogEvent = "{\"event\":1}";
+inline const std::string kPkgName = "com.example.pkg";
+inline const std::string kCallerId = "caller-9";
+// Top bit set: the id must travel as the same 32 bits.
+constexpr uint32_t kListenerId = 0x80000005u;
+constexpr int kDeliverCode = -7;
+
+using DeviceFilters = std::list<std::tuple<DeviceInfo, std::list<sptr<AbilityFilter>>>>;
+
 // The arguments of one call. Outputs start with one sentinel entry ("keep")
 // so that a result shows both what was appended and that nothing was
 // cleared or overwritten.
 struct CallArgs {
-    explicit CallArgs(bool nullCallbacks = false);
+    explicit CallArgs(bool nullCallbacks = false)
+    {
+        abilityFilter->SetAction("view");
+        if (!nullCallbacks) {
+            devChangedCallback = new DeviceChangedCallbackStub();
+            serviceChangedCallback = new ServiceChangedCallbackStub();
+            detectCallback = new DeviceDetectCallbackStub();
+            deliverCallback = new ServiceDeliverCallbackStub();
+            dialogCallback = new DialogEventCallbackStub();
+            publishCallback = new ServicePublishCallbackStub();
+            keyMouseCallback = new Tavik::Test::FakeRemoteObject();
+        }
+        filteredList.emplace_back(DeviceInfo("keep"), std::list<sptr<AbilityFilter>>());
+    }
 
-    sptr<AbilityFilter> abilityFilter;
-    sptr<ServiceFilter> serviceFilter;
-    sptr<DeviceFilter> deviceFilter;
+    sptr<AbilityFilter> abilityFilter = new AbilityFilter("com.example.app", "page", "a page", 14, 2);
+    sptr<ServiceFilter> serviceFilter = new ServiceFilter("svc", {"PHONE", "PAD"});
+    sptr<DeviceFilter> deviceFilter = new DeviceFilter({14, 17}, {1, 2});
     sptr<DeviceChangedCallbackStub> devChangedCallback;
     sptr<ServiceChangedCallbackStub> serviceChangedCallback;
     sptr<DeviceDetectCallbackStub> detectCallback;
@@ -33,54 +62,237 @@ struct CallArgs {
     sptr<DialogEventCallbackStub> dialogCallback;
     sptr<ServicePublishCallbackStub> publishCallback;
     sptr<IRemoteObject> keyMouseCallback;
-    std::vector<sptr<AbilityFilter>> abilityFilterList;
-    std::vector<std::string> keyList;
+    std::vector<sptr<AbilityFilter>> abilityFilterList = {new AbilityFilter("first", "t1", "d1", 14, 1),
+                                                          new AbilityFilter("second", "t2", "d2", 17, 2)};
+    std::vector<std::string> keyList = {"battery", "wifi"};
 
-    std::vector<DeviceInfo> deviceList;
-    std::list<std::tuple<DeviceInfo, std::list<sptr<AbilityFilter>>>> filteredList;
-    DeviceInfo localDevice;
-    std::vector<DeviceDynamicInfo> dynamicInfos;
-    DeviceConfigInfo configInfo;
+    std::vector<DeviceInfo> deviceList = {DeviceInfo("keep")};
+    DeviceFilters filteredList;
+    DeviceInfo localDevice{"keep"};
+    std::vector<DeviceDynamicInfo> dynamicInfos = {DeviceDynamicInfo("keep", "1")};
+    DeviceConfigInfo configInfo{"keep"};
 };
-
-// Argument values (the body checks compare against them).
-extern const std::string kStr;
-extern const std::string kDeviceId;
-extern const std::string kNetworkId;
-extern const std::string kConfigQuery;
-extern const std::string kDialogEvent;
-extern const std::string kPkgName;
-extern const std::string kCallerId;
-extern const uint32_t kListenerId;
-extern const int kDeliverCode;
-
-using Call = std::function<std::string(DeviceDetectProxy&, CallArgs&)>;
-// The call registered under a name such as "GetDeviceSwitch"; overloads
-// carry a suffix ("GetTrustedDeviceList(callback)"). Fails the test for an
-// unknown name.
-Call CallByName(const std::string& name);
-// "GetTrustedDeviceList(callback)" -> "GetTrustedDeviceList".
-std::string FunctionOf(const std::string& name);
 
 // Renderings: "udid|net|name|type", "key=value", "model|json|name|type|fold",
 // "[a, b]", a filter by its bundle name or "null".
-std::string Render(const DeviceInfo& info);
-std::string Render(const std::vector<DeviceInfo>& list);
+template <typename Container, typename Fn>
+std::string RenderList(const Container& list, Fn render)
+{
+    std::string out = "[";
+    for (const auto& item : list) {
+        out += (out.size() > 1 ? ", " : "") + render(item);
+    }
+    return out + "]";
+}
+
+inline std::string Render(const DeviceInfo& info)
+{
+    return info.GetDeviceUdid() + "|" + info.GetDeviceNetworkId() + "|" + info.GetDeviceName() + "|" +
+           std::to_string(info.GetDeviceType());
+}
+
+inline std::string Render(const std::vector<DeviceInfo>& list)
+{
+    return RenderList(list, [](const DeviceInfo& info) { return Render(info); });
+}
+
+inline std::string Render(const DeviceFilters& list)
+{
+    return RenderList(list, [](const auto& entry) {
+        return Render(std::get<0>(entry)) + RenderList(std::get<1>(entry), [](const sptr<AbilityFilter>& filter) {
+                   return filter == nullptr ? std::string("null") : filter->GetBundleName();
+               });
+    });
+}
+
+inline std::string Render(const std::vector<DeviceDynamicInfo>& list)
+{
+    return RenderList(list, [](const DeviceDynamicInfo& info) { return info.GetKey() + "=" + info.GetValue(); });
+}
+
+inline std::string Render(const DeviceConfigInfo& info)
+{
+    return info.GetModelId() + "|" + info.GetOriginJson() + "|" + info.GetDeviceName() + "|" +
+           std::to_string(info.GetDeviceType()) + "|" + std::to_string(info.GetSupportFoldScreen());
+}
+
+inline std::string Show(int32_t rc)
+{
+    return std::to_string(rc);
+}
+inline std::string Show(bool value)
+{
+    return value ? "true" : "false";
+}
+inline std::string Show(const std::pair<int32_t, uint32_t>& result)
+{
+    return "(" + std::to_string(result.first) + ", " + std::to_string(result.second) + ")";
+}
+// The status and the output, rendered after the call has filled it.
+template <typename Output>
+std::string Show(int32_t rc, const Output& output)
+{
+    return std::to_string(rc) + " " + Render(output);
+}
+
+using Call = std::function<std::string(DeviceDetectProxy&, CallArgs&)>;
+using P = DeviceDetectProxy;
+
+// The call registered under a name such as "GetDeviceSwitch"; overloads
+// carry a suffix ("GetTrustedDeviceList(callback)"). Fails the test for an
+// unknown name.
+inline Call CallByName(const std::string& name)
+{
+    static const std::map<std::string, Call> calls = {
+        {"GetTrustedDeviceList",
+         [](P& p, CallArgs& a) { return Show(p.GetTrustedDeviceList(kStr, a.deviceList), a.deviceList); }},
+        {"GetTrustedDeviceList(callback)",
+         [](P& p, CallArgs& a) {
+             return Show(p.GetTrustedDeviceList(kStr, sptr<IDeviceChangedCallback>(a.devChangedCallback), a.deviceList),
+                         a.deviceList);
+         }},
+        {"GetTrustedDeviceListWithAbilityFilter",
+         [](P& p, CallArgs& a) {
+             return Show(p.GetTrustedDeviceListWithAbilityFilter(a.abilityFilterList, a.filteredList), a.filteredList);
+         }},
+        {"GetTrustedDeviceListWithAbilityFilter(single)",
+         [](P& p, CallArgs& a) {
+             return Show(p.GetTrustedDeviceListWithAbilityFilter(a.abilityFilter, kStr, a.deviceList, nullptr),
+                         a.deviceList);
+         }},
+        {"GetTrustedDeviceListWithServiceFilter",
+         [](P& p, CallArgs& a) {
+             return Show(p.GetTrustedDeviceListWithServiceFilter(a.serviceFilter, kStr, a.deviceList), a.deviceList);
+         }},
+        {"GetTrustedDeviceListWithDeviceFilter",
+         [](P& p, CallArgs& a) {
+             return Show(p.GetTrustedDeviceListWithDeviceFilter(a.deviceFilter, a.deviceList, a.detectCallback),
+                         a.deviceList);
+         }},
+        {"RegisterDevChangedCallback",
+         [](P& p, CallArgs& a) {
+             return Show(p.RegisterDevChangedCallback(a.abilityFilter, kStr, a.devChangedCallback));
+         }},
+        {"RegisterCallbackWithServiceFilter",
+         [](P& p, CallArgs& a) {
+             return Show(p.RegisterCallbackWithServiceFilter(a.serviceFilter, kStr, a.devChangedCallback));
+         }},
+        {"UnregisterDevChangedCallback",
+         [](P& p, CallArgs&) { return Show(p.UnregisterDevChangedCallback(kListenerId)); }},
+        {"UnregisterServiceFilterListener",
+         [](P& p, CallArgs&) { return Show(p.UnregisterServiceFilterListener(kListenerId)); }},
+        {"RegisterServiceChangedCallback",
+         [](P& p, CallArgs& a) { return Show(p.RegisterServiceChangedCallback(a.serviceChangedCallback)); }},
+        {"UnregisterServiceChangedCallback",
+         [](P& p, CallArgs&) { return Show(p.UnregisterServiceChangedCallback()); }},
+        {"GetLocalDeviceInfo",
+         [](P& p, CallArgs& a) { return Show(p.GetLocalDeviceInfo(a.localDevice), a.localDevice); }},
+        {"GetRemoteDeviceDynamicInfo",
+         [](P& p, CallArgs& a) {
+             return Show(p.GetRemoteDeviceDynamicInfo(kDeviceId, a.keyList, a.dynamicInfos), a.dynamicInfos);
+         }},
+        {"QueryDeviceConfigInfo",
+         [](P& p, CallArgs& a) { return Show(p.QueryDeviceConfigInfo(kConfigQuery, a.configInfo), a.configInfo); }},
+        {"RegisterServiceDeliverCallback",
+         [](P& p, CallArgs& a) { return Show(p.RegisterServiceDeliverCallback(kDeliverCode, a.deliverCallback)); }},
+        {"SetDialogEventCallback", [](P& p, CallArgs& a) { return Show(p.SetDialogEventCallback(a.dialogCallback)); }},
+        {"NotifyAppDialogEvent", [](P& p, CallArgs&) { return Show(p.NotifyAppDialogEvent(kDialogEvent)); }},
+        {"RequestService", [](P& p, CallArgs& a) { return Show(p.RequestService(kPkgName, a.publishCallback)); }},
+        {"UnRequestService", [](P& p, CallArgs&) { return Show(p.UnRequestService(kPkgName)); }},
+        {"GetDeviceSwitch", [](P& p, CallArgs&) { return Show(p.GetDeviceSwitch(kDeviceId)); }},
+        {"RegisterKeyMouseCallback",
+         [](P& p, CallArgs& a) { return Show(p.RegisterKeyMouseCallback(kCallerId, a.keyMouseCallback)); }},
+        {"UnregisterKeyMouseCallback", [](P& p, CallArgs&) { return Show(p.UnregisterKeyMouseCallback(kCallerId)); }},
+        {"UpdateKeyMouseEdgeSwitch", [](P& p, CallArgs&) { return Show(p.UpdateKeyMouseEdgeSwitch(true)); }},
+        {"GetIsSameDeviceAccount",
+         [](P& p, CallArgs&) {
+             std::string networkId = kNetworkId;
+             bool same = p.GetIsSameDeviceAccount(networkId);
+             EXPECT_EQ(networkId, kNetworkId);
+             return Show(same);
+         }},
+        {"GetBindKeymouseServiceReq",
+         [](P& p, CallArgs&) {
+             p.GetBindKeymouseServiceReq(true);
+             return std::string("void");
+         }},
+        {"GetIsNextTypeDevice",
+         [](P& p, CallArgs&) {
+             std::string networkId = kNetworkId;
+             bool next = p.GetIsNextTypeDevice(networkId);
+             EXPECT_EQ(networkId, kNetworkId);
+             return Show(next);
+         }},
+    };
+    auto it = calls.find(name);
+    if (it == calls.end()) {
+        ADD_FAILURE() << "no call named " << name;
+        return [](P&, CallArgs&) { return std::string("<no such call>"); };
+    }
+    return it->second;
+}
+
+// "GetTrustedDeviceList(callback)" -> "GetTrustedDeviceList".
+inline std::string FunctionOf(const std::string& name)
+{
+    return name.substr(0, name.find('('));
+}
 
 // --- reply writers: strong-parcelable records field by field ---------------
 using ReplyWriter = std::function<void(MessageParcel&)>;
-void WriteDevice(MessageParcel& parcel, const std::string& id, uint32_t type);
-void WriteAbsent(MessageParcel& parcel);
-void WriteAbilityFilter(MessageParcel& parcel, const std::string& bundle);
-void WriteDynamicInfo(MessageParcel& parcel, const std::string& key, const std::string& value);
-void WriteConfigInfo(MessageParcel& parcel);
-// A reply built by `writer`.
-MessageParcel BuildParcel(const ReplyWriter& writer);
 
-// --- request readers (gtest expectations inside) ---------------------------
-void ExpectString(MessageParcel& request, const std::string& expected);
-void ExpectAbilityFilter(MessageParcel& request, const AbilityFilter& expected);
-void ExpectObject(MessageParcel& request, const sptr<IRemoteObject>& expected);
+inline void WriteDevice(MessageParcel& parcel, const std::string& id, uint32_t type)
+{
+    parcel.WriteInt32(1);
+    parcel.WriteString(id);
+    parcel.WriteString("n-" + id);
+    parcel.WriteString("d-" + id);
+    parcel.WriteUint32(type);
+}
+
+inline void WriteAbsent(MessageParcel& parcel)
+{
+    parcel.WriteInt32(0);
+}
+
+inline void WriteAbilityFilter(MessageParcel& parcel, const std::string& bundle)
+{
+    parcel.WriteInt32(1);
+    parcel.WriteString(bundle);
+    parcel.WriteString("type");
+    parcel.WriteString("description");
+    parcel.WriteUint32(14);
+    parcel.WriteUint32(1);
+    parcel.WriteString("action");
+}
+
+inline void WriteDynamicInfo(MessageParcel& parcel, const std::string& key, const std::string& value)
+{
+    parcel.WriteInt32(1);
+    parcel.WriteString(key);
+    parcel.WriteString(value);
+}
+
+// A device-list reply: the count, then each record; an empty id writes an
+// absent record. The count may promise more records than follow.
+inline ReplyWriter DeviceList(uint32_t count, std::vector<std::pair<std::string, uint32_t>> devices)
+{
+    return [=](MessageParcel& parcel) {
+        parcel.WriteUint32(count);
+        for (const auto& [id, type] : devices) {
+            id.empty() ? WriteAbsent(parcel) : WriteDevice(parcel, id, type);
+        }
+    };
+}
+
+inline MessageParcel BuildParcel(const ReplyWriter& writer)
+{
+    MessageParcel parcel;
+    if (writer) {
+        writer(parcel);
+    }
+    return parcel;
+}
 
 }  // namespace Test
 }  // namespace Syntavo

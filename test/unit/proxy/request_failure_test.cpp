@@ -2,8 +2,12 @@
 // (function and text) and whether anything was sent. Write failures come
 // from the parcel seam: Writes(n) lets the first n writes of the call
 // succeed, so Writes(0) refuses the token and Writes(k) the k-th argument.
+#include <algorithm>
+#include <map>
+
 #include <gtest/gtest.h>
 
+#include "device_detect_status.h"
 #include "ipc_status.h"
 #include "log_lines.h"
 #include "parcel_test_seam.h"
@@ -29,29 +33,15 @@ struct Fault {
 
 Fault Writes(int n)
 {
-    Fault fault;
-    fault.allowedWrites = n;
-    return fault;
+    return {n, false, false, nullptr};
 }
-Fault SendFails()
-{
-    Fault fault;
-    fault.failSend = true;
-    return fault;
-}
-Fault NullCallback()
-{
-    Fault fault;
-    fault.nullCallbacks = true;
-    return fault;
-}
+const Fault kSendFails = {-1, true, false, nullptr};
+const Fault kNullCallback = {-1, false, true, nullptr};
+const Fault kEmptyReply;
 Fault Reply(ReplyWriter writer)
 {
-    Fault fault;
-    fault.reply = std::move(writer);
-    return fault;
+    return {-1, false, false, std::move(writer)};
 }
-const Fault kEmptyReply;
 
 struct FailureCase {
     std::string call;
@@ -62,6 +52,11 @@ struct FailureCase {
     std::vector<std::string> errors;
 };
 
+FailureCase Fail(std::string call, Fault fault, std::string result, std::vector<std::string> errors)
+{
+    return {std::move(call), std::move(fault), std::move(result), std::move(errors)};
+}
+
 const ReplyWriter kStatusOnly = [](MessageParcel& r) { r.WriteInt32(0); };
 const ReplyWriter kCount1025 = [](MessageParcel& r) { r.WriteUint32(1025); };
 const ReplyWriter kAbsentRecord = [](MessageParcel& r) { r.WriteInt32(0); };
@@ -69,228 +64,169 @@ const ReplyWriter kAbsentRecord = [](MessageParcel& r) { r.WriteInt32(0); };
 const std::vector<FailureCase>& Cases()
 {
     static const std::vector<FailureCase> cases = {
-        {"GetTrustedDeviceList", Writes(0), "-1 [keep|||0]", {"GetTrustedDeviceList WriteInterfaceToken failed"}},
-        {"GetTrustedDeviceList", Writes(1), "-1 [keep|||0]", {"GetTrustedDeviceList WriteString failed"}},
-        {"GetTrustedDeviceList", SendFails(), "-1 [keep|||0]", {"GetTrustedDeviceList SendRequest failed"}},
-        {"GetTrustedDeviceList", kEmptyReply, "-1 [keep|||0]", {"GetTrustedDeviceList ReadUint32 failed"}},
-        {"GetTrustedDeviceList", Reply(kCount1025), "-1 [keep|||0]", {"Devicenum exceed maximum"}},
-
-        {"GetTrustedDeviceListWithAbilityFilter",
-         Writes(0),
-         "-1 [keep|||0[]]",
-         {"GetTrustedDeviceList WriteInterfaceToken failed"}},
-        {"GetTrustedDeviceListWithAbilityFilter",
-         Writes(1),
-         "-1 [keep|||0[]]",
-         {"WriteAbilityFilterList# GetTrustedDeviceList WriteUint32 failed",
-          "GetTrustedDeviceList WriteStrongParcelable failed"}},
-        {"GetTrustedDeviceListWithAbilityFilter",
-         Writes(3),
-         "-1 [keep|||0[]]",
-         {"WriteAbilityFilterList# GetTrustedDeviceList WriteStrongParcelable failed",
-          "GetTrustedDeviceList WriteStrongParcelable failed"}},
-        {"GetTrustedDeviceListWithAbilityFilter",
-         SendFails(),
-         "-1 [keep|||0[]]",
-         {"GetTrustedDeviceList SendRequest failed"}},
-        {"GetTrustedDeviceListWithAbilityFilter",
-         kEmptyReply,
-         "-1 [keep|||0[]]",
-         {"GetTrustedDeviceList ReadUint32 failed"}},
-        {"GetTrustedDeviceListWithAbilityFilter", Reply(kCount1025), "-1 [keep|||0[]]", {}},
-        {"GetTrustedDeviceListWithAbilityFilter",
-         Reply([](MessageParcel& r) {
-             r.WriteUint32(1);
-             WriteDevice(r, "u1", 14);
-             r.WriteUint32(0xFFFFFFFFu);
-         }),
-         "-1 [keep|||0[]]",
-         {"GetTrustedDeviceList abilityFilterNum:4294967295 exceeds the reply"}},
-
-        {"GetTrustedDeviceListWithServiceFilter",
-         Writes(0),
-         "1006 [keep|||0]",
-         {"GetTrustedDeviceList WriteInterfaceToken failed"}},
-        {"GetTrustedDeviceListWithServiceFilter",
-         Writes(1),
-         "1007 [keep|||0]",
-         {"GetTrustedDeviceList WriteStrongParcelable failed"}},
-        {"GetTrustedDeviceListWithServiceFilter",
-         Writes(2),
-         "1021 [keep|||0]",
-         {"GetTrustedDeviceList WriteString failed"}},
-        {"GetTrustedDeviceListWithServiceFilter",
-         SendFails(),
-         "1008 [keep|||0]",
-         {"GetTrustedDeviceList SendRequest failed"}},
-        {"GetTrustedDeviceListWithServiceFilter",
-         kEmptyReply,
-         "1022 [keep|||0]",
-         {"GetTrustedDeviceList ReadUint32 failed"}},
-        {"GetTrustedDeviceListWithServiceFilter", Reply(kCount1025), "1023 [keep|||0]", {"DeviceNum exceed maximum"}},
-
-        {"GetTrustedDeviceListWithDeviceFilter", Writes(0), "1006 [keep|||0]", {"WriteInterfaceToken failed"}},
-        {"GetTrustedDeviceListWithDeviceFilter", Writes(1), "1007 [keep|||0]", {"WriteStrongParcelable failed"}},
-        {"GetTrustedDeviceListWithDeviceFilter", Writes(2), "1011 [keep|||0]", {"WriteRemoteObject failed"}},
-        {"GetTrustedDeviceListWithDeviceFilter", NullCallback(), "1011 [keep|||0]", {"WriteRemoteObject failed"}},
-        {"GetTrustedDeviceListWithDeviceFilter", SendFails(), "1008 [keep|||0]", {"SendRequest failed"}},
-        {"GetTrustedDeviceListWithDeviceFilter", kEmptyReply, "1001 [keep|||0]", {"ReadUint32 failed"}},
-        {"GetTrustedDeviceListWithDeviceFilter", Reply(kCount1025), "-1 [keep|||0]", {"Devicenum exceed maximum"}},
-
-        {"RegisterDevChangedCallback", Writes(0), "(1006, 0)", {"WriteInterfaceToken failed"}},
-        {"RegisterDevChangedCallback", Writes(1), "(1007, 0)", {"WriteStrongParcelable failed"}},
-        {"RegisterDevChangedCallback", Writes(2), "(1021, 0)", {"WriteString failed"}},
-        {"RegisterDevChangedCallback", Writes(3), "(1011, 0)", {"WriteRemoteObject failed"}},
-        {"RegisterDevChangedCallback", NullCallback(), "(1011, 0)", {"WriteRemoteObject failed"}},
-        {"RegisterDevChangedCallback", SendFails(), "(1008, 0)", {"SendRequest failed"}},
-        {"RegisterDevChangedCallback", kEmptyReply, "(1022, 0)", {"ReadInt32 failed"}},
-        {"RegisterDevChangedCallback", Reply(kStatusOnly), "(1022, 0)", {"ReadUint32 failed"}},
-
-        {"RegisterCallbackWithServiceFilter", Writes(0), "(1006, 0)", {"WriteInterfaceToken failed"}},
-        {"RegisterCallbackWithServiceFilter", Writes(1), "(1007, 0)", {"WriteStrongParcelable failed"}},
-        {"RegisterCallbackWithServiceFilter", Writes(2), "(1021, 0)", {"WriteString failed"}},
-        {"RegisterCallbackWithServiceFilter", Writes(3), "(1011, 0)", {"WriteRemoteObject failed"}},
-        {"RegisterCallbackWithServiceFilter", NullCallback(), "(1011, 0)", {"WriteRemoteObject failed"}},
-        {"RegisterCallbackWithServiceFilter", SendFails(), "(1008, 0)", {"SendRequest failed"}},
-        {"RegisterCallbackWithServiceFilter", kEmptyReply, "(1022, 0)", {"ReadInt32 failed"}},
-        {"RegisterCallbackWithServiceFilter", Reply(kStatusOnly), "(1022, 0)", {"ReadUint32 failed"}},
-
-        {"UnregisterDevChangedCallback", Writes(0), "1006", {"WriteInterfaceToken failed"}},
-        {"UnregisterDevChangedCallback", Writes(1), "1021", {"WriteInt32 failed"}},
-        {"UnregisterDevChangedCallback", SendFails(), "1008", {"SendRequest failed"}},
-        {"UnregisterDevChangedCallback", kEmptyReply, "1007", {"ReadInt32 failed"}},
-
-        {"UnregisterServiceFilterListener", Writes(0), "1006", {"WriteInterfaceToken failed"}},
-        {"UnregisterServiceFilterListener", Writes(1), "1021", {"WriteInt32 failed"}},
-        {"UnregisterServiceFilterListener", SendFails(), "1008", {"SendRequest failed"}},
-        {"UnregisterServiceFilterListener", kEmptyReply, "1007", {"ReadInt32 failed"}},
-
-        {"RegisterServiceChangedCallback", Writes(0), "1006", {"WriteInterfaceToken failed"}},
-        {"RegisterServiceChangedCallback", Writes(1), "1011", {"WriteRemoteObject failed"}},
-        {"RegisterServiceChangedCallback", NullCallback(), "1011", {"WriteRemoteObject failed"}},
-        {"RegisterServiceChangedCallback", SendFails(), "1008", {"SendRequest failed"}},
-        {"RegisterServiceChangedCallback", kEmptyReply, "1022", {"ReadInt32 failed"}},
-
-        {"UnregisterServiceChangedCallback", Writes(0), "1006", {"WriteInterfaceToken failed"}},
-        {"UnregisterServiceChangedCallback", SendFails(), "1008", {"SendRequest failed"}},
-        {"UnregisterServiceChangedCallback", kEmptyReply, "1007", {"ReadInt32 failed"}},
-
-        {"GetDeviceSwitch", Writes(0), "1006", {"GetDeviceSwitch failed"}},
-        {"GetDeviceSwitch", Writes(1), "1007", {"WriteDeciveId failed"}},
-        {"GetDeviceSwitch", SendFails(), "1008", {"SendRequest failed"}},
-        {"GetDeviceSwitch", kEmptyReply, "1001", {"ReadUint32 failed"}},
-
-        {"GetIsSameDeviceAccount", Writes(0), "false", {"GetIsSameDeviceAccount failed"}},
-        {"GetIsSameDeviceAccount", Writes(1), "false", {"WriteNetworkId failed"}},
-        {"GetIsSameDeviceAccount", SendFails(), "false", {"SendRequest failed"}},
-        {"GetIsSameDeviceAccount", kEmptyReply, "false", {"Readint32 failed"}},
-
-        {"GetIsNextTypeDevice", Writes(0), "false", {"GetIsNextTypeDevice failed"}},
-        {"GetIsNextTypeDevice", Writes(1), "false", {"WriteNetworkId failed"}},
-        {"GetIsNextTypeDevice", SendFails(), "false", {"SendRequest failed"}},
-        {"GetIsNextTypeDevice", kEmptyReply, "false", {"ReadUint32 failed"}},
-
-        {"GetBindKeymouseServiceReq", Writes(0), "void", {"BindKeymouseService failed"}},
-        {"GetBindKeymouseServiceReq", Writes(1), "void", {"WriteBindKeymouseService failed"}},
-        {"GetBindKeymouseServiceReq", SendFails(), "void", {"SendRequest failed"}},
-
-        {"GetLocalDeviceInfo", Writes(0), "1006 keep|||0", {"GetLocalDeviceInfo WriteInterfaceToken failed"}},
-        {"GetLocalDeviceInfo", SendFails(), "1008 keep|||0", {"GetLocalDeviceInfo SendRequest failed"}},
-        {"GetLocalDeviceInfo", kEmptyReply, "1001 keep|||0", {}},
-        {"GetLocalDeviceInfo", Reply(kAbsentRecord), "1001 keep|||0", {}},
-
-        {"GetRemoteDeviceDynamicInfo",
-         Writes(0),
-         "1006 [keep=1]",
-         {"GetRemoteDeviceDynamicInfo WriteInterfaceToken failed"}},
-        {"GetRemoteDeviceDynamicInfo", Writes(1), "1011 [keep=1]", {"WriteString failed"}},
-        {"GetRemoteDeviceDynamicInfo", Writes(2), "1011 [keep=1]", {"WriteStringVector failed"}},
-        {"GetRemoteDeviceDynamicInfo", SendFails(), "1008 [keep=1]", {"GetRemoteDeviceDynamicInfo SendRequest failed"}},
-        {"GetRemoteDeviceDynamicInfo", kEmptyReply, "1001 [keep=1]", {"ReadUint32 failed"}},
-        {"GetRemoteDeviceDynamicInfo",
-         Reply([](MessageParcel& r) {
-             r.WriteUint32(3);
-             WriteDynamicInfo(r, "battery", "80");
-             WriteDynamicInfo(r, "wifi", "on");
-             WriteDynamicInfo(r, "extra", "x");
-         }),
-         "2202 [keep=1]",
-         {"resultListLen is not the same as keyListLen"}},
-        {"GetRemoteDeviceDynamicInfo",
-         Reply([](MessageParcel& r) {
-             r.WriteUint32(2);
-             WriteDynamicInfo(r, "battery", "80");
-             WriteAbsent(r);
-         }),
-         "1019 [keep=1, battery=80]",
-         {"ReadStrongParcelable nullptr"}},
-
-        {"QueryDeviceConfigInfo", Writes(0), "1006 keep|||0|0", {"QueryDeviceConfigInfo WriteInterfaceToken failed"}},
-        {"QueryDeviceConfigInfo", Writes(1), "1007 keep|||0|0", {"QueryDeviceConfigInfo WriteString failed"}},
-        {"QueryDeviceConfigInfo", SendFails(), "1008 keep|||0|0", {"QueryDeviceConfigInfo SendRequest failed"}},
-        {"QueryDeviceConfigInfo", kEmptyReply, "1001 keep|||0|0", {}},
-        {"QueryDeviceConfigInfo", Reply(kAbsentRecord), "1001 keep|||0|0", {}},
-
-        {"RegisterServiceDeliverCallback",
-         Writes(0),
-         "1006",
-         {"RegisterServiceDeliverCallback WriteInterfaceToken failed"}},
-        {"RegisterServiceDeliverCallback", Writes(1), "1007", {"RegisterServiceDeliverCallback WriteString failed"}},
-        {"RegisterServiceDeliverCallback",
-         Writes(2),
-         "1007",
-         {"RegisterServiceDeliverCallback WriteRemoteObject failed"}},
-        {"RegisterServiceDeliverCallback",
-         NullCallback(),
-         "1007",
-         {"RegisterServiceDeliverCallback WriteRemoteObject failed"}},
-        {"RegisterServiceDeliverCallback", SendFails(), "1008", {"RegisterServiceDeliverCallback SendRequest failed"}},
-
-        {"SetDialogEventCallback", Writes(0), "-1", {"SetDialogEventCallback WriteInterfaceToken failed"}},
-        {"SetDialogEventCallback",
-         Writes(1),
-         "-1",
-         {"SetDialogEventCallback callback is null? : 0", "SetDialogEventCallback WriteRemoteObject failed"}},
-        {"SetDialogEventCallback",
-         NullCallback(),
-         "-1",
-         {"SetDialogEventCallback callback is null? : 1", "SetDialogEventCallback WriteRemoteObject failed"}},
-        {"SetDialogEventCallback",
-         SendFails(),
-         "-1",
-         {"SetDialogEventCallback callback is null? : 0", "SetDialogEventCallback SendRequest failed"}},
-
-        {"NotifyAppDialogEvent", Writes(0), "-1", {"WriteInterfaceToken failed"}},
-        {"NotifyAppDialogEvent", Writes(1), "-1", {"WriteString failed"}},
-        {"NotifyAppDialogEvent", SendFails(), "-1", {"SendRequest failed"}},
-
-        {"RequestService", Writes(0), "1006", {"WriteInterfaceToken failed"}},
-        {"RequestService", Writes(1), "1011", {"WriteString failed"}},
-        {"RequestService", Writes(2), "1011", {"WriteRemoteObject failed"}},
-        {"RequestService", NullCallback(), "1011", {"WriteRemoteObject failed"}},
-        {"RequestService", SendFails(), "1008", {"SendRequest failed"}},
-
-        {"UnRequestService", Writes(0), "1006", {"WriteInterfaceToken failed"}},
-        {"UnRequestService", Writes(1), "1011", {"WriteString failed"}},
-        {"UnRequestService", SendFails(), "1008", {"SendRequest failed"}},
-        {"UnRequestService", kEmptyReply, "0", {}},
-
-        {"RegisterKeyMouseCallback", Writes(0), "1006", {"WriteInterfaceToken failed"}},
-        {"RegisterKeyMouseCallback", Writes(1), "1021", {"WriteString failed"}},
-        {"RegisterKeyMouseCallback", Writes(2), "1021", {"WriteRemoteObject failed"}},
-        {"RegisterKeyMouseCallback", NullCallback(), "1021", {"WriteRemoteObject failed"}},
-        {"RegisterKeyMouseCallback", SendFails(), "1008", {"SendRequest failed"}},
-        {"RegisterKeyMouseCallback", kEmptyReply, "1022", {"ReadInt32 failed"}},
-
-        {"UnregisterKeyMouseCallback", Writes(0), "1006", {"WriteInterfaceToken failed"}},
-        {"UnregisterKeyMouseCallback", Writes(1), "1021", {"WriteString failed"}},
-        {"UnregisterKeyMouseCallback", SendFails(), "1008", {"SendRequest failed"}},
-        {"UnregisterKeyMouseCallback", kEmptyReply, "1022", {"ReadInt32 failed"}},
-
-        {"UpdateKeyMouseEdgeSwitch", Writes(0), "1006", {"WriteInterfaceToken failed"}},
-        {"UpdateKeyMouseEdgeSwitch", Writes(1), "1021", {"WriteBool failed"}},
-        {"UpdateKeyMouseEdgeSwitch", SendFails(), "1008", {"SendRequest failed"}},
-        {"UpdateKeyMouseEdgeSwitch", kEmptyReply, "1022", {"ReadInt32 failed"}},
+        Fail("GetTrustedDeviceList", Writes(0), "-1 [keep|||0]", {"GetTrustedDeviceList WriteInterfaceToken failed"}),
+        Fail("GetTrustedDeviceList", Writes(1), "-1 [keep|||0]", {"GetTrustedDeviceList WriteString failed"}),
+        Fail("GetTrustedDeviceList", kSendFails, "-1 [keep|||0]", {"GetTrustedDeviceList SendRequest failed"}),
+        Fail("GetTrustedDeviceList", kEmptyReply, "-1 [keep|||0]", {"GetTrustedDeviceList ReadUint32 failed"}),
+        Fail("GetTrustedDeviceList", Reply(kCount1025), "-1 [keep|||0]", {"Devicenum exceed maximum"}),
+        Fail("GetTrustedDeviceListWithAbilityFilter", Writes(0), "-1 [keep|||0[]]",
+             {"GetTrustedDeviceList WriteInterfaceToken failed"}),
+        Fail("GetTrustedDeviceListWithAbilityFilter", Writes(1), "-1 [keep|||0[]]",
+             {"WriteAbilityFilterList# GetTrustedDeviceList WriteUint32 failed",
+              "GetTrustedDeviceList WriteStrongParcelable failed"}),
+        Fail("GetTrustedDeviceListWithAbilityFilter", Writes(3), "-1 [keep|||0[]]",
+             {"WriteAbilityFilterList# GetTrustedDeviceList WriteStrongParcelable failed",
+              "GetTrustedDeviceList WriteStrongParcelable failed"}),
+        Fail("GetTrustedDeviceListWithAbilityFilter", kSendFails, "-1 [keep|||0[]]",
+             {"GetTrustedDeviceList SendRequest failed"}),
+        Fail("GetTrustedDeviceListWithAbilityFilter", kEmptyReply, "-1 [keep|||0[]]",
+             {"GetTrustedDeviceList ReadUint32 failed"}),
+        Fail("GetTrustedDeviceListWithAbilityFilter", Reply(kCount1025), "-1 [keep|||0[]]", {}),
+        Fail("GetTrustedDeviceListWithAbilityFilter", Reply([](MessageParcel& r) {
+                 r.WriteUint32(1);
+                 WriteDevice(r, "u1", 14);
+                 r.WriteUint32(0xFFFFFFFFu);
+             }),
+             "-1 [keep|||0[]]", {"GetTrustedDeviceList abilityFilterNum:4294967295 exceeds the reply"}),
+        Fail("GetTrustedDeviceListWithServiceFilter", Writes(0), "1006 [keep|||0]",
+             {"GetTrustedDeviceList WriteInterfaceToken failed"}),
+        Fail("GetTrustedDeviceListWithServiceFilter", Writes(1), "1007 [keep|||0]",
+             {"GetTrustedDeviceList WriteStrongParcelable failed"}),
+        Fail("GetTrustedDeviceListWithServiceFilter", Writes(2), "1021 [keep|||0]",
+             {"GetTrustedDeviceList WriteString failed"}),
+        Fail("GetTrustedDeviceListWithServiceFilter", kSendFails, "1008 [keep|||0]",
+             {"GetTrustedDeviceList SendRequest failed"}),
+        Fail("GetTrustedDeviceListWithServiceFilter", kEmptyReply, "1022 [keep|||0]",
+             {"GetTrustedDeviceList ReadUint32 failed"}),
+        Fail("GetTrustedDeviceListWithServiceFilter", Reply(kCount1025), "1023 [keep|||0]",
+             {"DeviceNum exceed maximum"}),
+        Fail("GetTrustedDeviceListWithDeviceFilter", Writes(0), "1006 [keep|||0]", {"WriteInterfaceToken failed"}),
+        Fail("GetTrustedDeviceListWithDeviceFilter", Writes(1), "1007 [keep|||0]", {"WriteStrongParcelable failed"}),
+        Fail("GetTrustedDeviceListWithDeviceFilter", Writes(2), "1011 [keep|||0]", {"WriteRemoteObject failed"}),
+        Fail("GetTrustedDeviceListWithDeviceFilter", kNullCallback, "1011 [keep|||0]", {"WriteRemoteObject failed"}),
+        Fail("GetTrustedDeviceListWithDeviceFilter", kSendFails, "1008 [keep|||0]", {"SendRequest failed"}),
+        Fail("GetTrustedDeviceListWithDeviceFilter", kEmptyReply, "1001 [keep|||0]", {"ReadUint32 failed"}),
+        Fail("GetTrustedDeviceListWithDeviceFilter", Reply(kCount1025), "-1 [keep|||0]", {"Devicenum exceed maximum"}),
+        Fail("RegisterDevChangedCallback", Writes(0), "(1006, 0)", {"WriteInterfaceToken failed"}),
+        Fail("RegisterDevChangedCallback", Writes(1), "(1007, 0)", {"WriteStrongParcelable failed"}),
+        Fail("RegisterDevChangedCallback", Writes(2), "(1021, 0)", {"WriteString failed"}),
+        Fail("RegisterDevChangedCallback", Writes(3), "(1011, 0)", {"WriteRemoteObject failed"}),
+        Fail("RegisterDevChangedCallback", kNullCallback, "(1011, 0)", {"WriteRemoteObject failed"}),
+        Fail("RegisterDevChangedCallback", kSendFails, "(1008, 0)", {"SendRequest failed"}),
+        Fail("RegisterDevChangedCallback", kEmptyReply, "(1022, 0)", {"ReadInt32 failed"}),
+        Fail("RegisterDevChangedCallback", Reply(kStatusOnly), "(1022, 0)", {"ReadUint32 failed"}),
+        Fail("RegisterCallbackWithServiceFilter", Writes(0), "(1006, 0)", {"WriteInterfaceToken failed"}),
+        Fail("RegisterCallbackWithServiceFilter", Writes(1), "(1007, 0)", {"WriteStrongParcelable failed"}),
+        Fail("RegisterCallbackWithServiceFilter", Writes(2), "(1021, 0)", {"WriteString failed"}),
+        Fail("RegisterCallbackWithServiceFilter", Writes(3), "(1011, 0)", {"WriteRemoteObject failed"}),
+        Fail("RegisterCallbackWithServiceFilter", kNullCallback, "(1011, 0)", {"WriteRemoteObject failed"}),
+        Fail("RegisterCallbackWithServiceFilter", kSendFails, "(1008, 0)", {"SendRequest failed"}),
+        Fail("RegisterCallbackWithServiceFilter", kEmptyReply, "(1022, 0)", {"ReadInt32 failed"}),
+        Fail("RegisterCallbackWithServiceFilter", Reply(kStatusOnly), "(1022, 0)", {"ReadUint32 failed"}),
+        Fail("UnregisterDevChangedCallback", Writes(0), "1006", {"WriteInterfaceToken failed"}),
+        Fail("UnregisterDevChangedCallback", Writes(1), "1021", {"WriteInt32 failed"}),
+        Fail("UnregisterDevChangedCallback", kSendFails, "1008", {"SendRequest failed"}),
+        Fail("UnregisterDevChangedCallback", kEmptyReply, "1007", {"ReadInt32 failed"}),
+        Fail("UnregisterServiceFilterListener", Writes(0), "1006", {"WriteInterfaceToken failed"}),
+        Fail("UnregisterServiceFilterListener", Writes(1), "1021", {"WriteInt32 failed"}),
+        Fail("UnregisterServiceFilterListener", kSendFails, "1008", {"SendRequest failed"}),
+        Fail("UnregisterServiceFilterListener", kEmptyReply, "1007", {"ReadInt32 failed"}),
+        Fail("RegisterServiceChangedCallback", Writes(0), "1006", {"WriteInterfaceToken failed"}),
+        Fail("RegisterServiceChangedCallback", Writes(1), "1011", {"WriteRemoteObject failed"}),
+        Fail("RegisterServiceChangedCallback", kNullCallback, "1011", {"WriteRemoteObject failed"}),
+        Fail("RegisterServiceChangedCallback", kSendFails, "1008", {"SendRequest failed"}),
+        Fail("RegisterServiceChangedCallback", kEmptyReply, "1022", {"ReadInt32 failed"}),
+        Fail("UnregisterServiceChangedCallback", Writes(0), "1006", {"WriteInterfaceToken failed"}),
+        Fail("UnregisterServiceChangedCallback", kSendFails, "1008", {"SendRequest failed"}),
+        Fail("UnregisterServiceChangedCallback", kEmptyReply, "1007", {"ReadInt32 failed"}),
+        Fail("GetDeviceSwitch", Writes(0), "1006", {"GetDeviceSwitch failed"}),
+        Fail("GetDeviceSwitch", Writes(1), "1007", {"WriteDeciveId failed"}),
+        Fail("GetDeviceSwitch", kSendFails, "1008", {"SendRequest failed"}),
+        Fail("GetDeviceSwitch", kEmptyReply, "1001", {"ReadUint32 failed"}),
+        Fail("GetIsSameDeviceAccount", Writes(0), "false", {"GetIsSameDeviceAccount failed"}),
+        Fail("GetIsSameDeviceAccount", Writes(1), "false", {"WriteNetworkId failed"}),
+        Fail("GetIsSameDeviceAccount", kSendFails, "false", {"SendRequest failed"}),
+        Fail("GetIsSameDeviceAccount", kEmptyReply, "false", {"Readint32 failed"}),
+        Fail("GetIsNextTypeDevice", Writes(0), "false", {"GetIsNextTypeDevice failed"}),
+        Fail("GetIsNextTypeDevice", Writes(1), "false", {"WriteNetworkId failed"}),
+        Fail("GetIsNextTypeDevice", kSendFails, "false", {"SendRequest failed"}),
+        Fail("GetIsNextTypeDevice", kEmptyReply, "false", {"ReadUint32 failed"}),
+        Fail("GetBindKeymouseServiceReq", Writes(0), "void", {"BindKeymouseService failed"}),
+        Fail("GetBindKeymouseServiceReq", Writes(1), "void", {"WriteBindKeymouseService failed"}),
+        Fail("GetBindKeymouseServiceReq", kSendFails, "void", {"SendRequest failed"}),
+        Fail("GetLocalDeviceInfo", Writes(0), "1006 keep|||0", {"GetLocalDeviceInfo WriteInterfaceToken failed"}),
+        Fail("GetLocalDeviceInfo", kSendFails, "1008 keep|||0", {"GetLocalDeviceInfo SendRequest failed"}),
+        Fail("GetLocalDeviceInfo", kEmptyReply, "1001 keep|||0", {}),
+        Fail("GetLocalDeviceInfo", Reply(kAbsentRecord), "1001 keep|||0", {}),
+        Fail("GetRemoteDeviceDynamicInfo", Writes(0), "1006 [keep=1]",
+             {"GetRemoteDeviceDynamicInfo WriteInterfaceToken failed"}),
+        Fail("GetRemoteDeviceDynamicInfo", Writes(1), "1011 [keep=1]", {"WriteString failed"}),
+        Fail("GetRemoteDeviceDynamicInfo", Writes(2), "1011 [keep=1]", {"WriteStringVector failed"}),
+        Fail("GetRemoteDeviceDynamicInfo", kSendFails, "1008 [keep=1]",
+             {"GetRemoteDeviceDynamicInfo SendRequest failed"}),
+        Fail("GetRemoteDeviceDynamicInfo", kEmptyReply, "1001 [keep=1]", {"ReadUint32 failed"}),
+        Fail("GetRemoteDeviceDynamicInfo", Reply([](MessageParcel& r) {
+                 r.WriteUint32(3);
+                 WriteDynamicInfo(r, "battery", "80");
+                 WriteDynamicInfo(r, "wifi", "on");
+                 WriteDynamicInfo(r, "extra", "x");
+             }),
+             "2202 [keep=1]", {"resultListLen is not the same as keyListLen"}),
+        Fail("GetRemoteDeviceDynamicInfo", Reply([](MessageParcel& r) {
+                 r.WriteUint32(2);
+                 WriteDynamicInfo(r, "battery", "80");
+                 WriteAbsent(r);
+             }),
+             "1019 [keep=1, battery=80]", {"ReadStrongParcelable nullptr"}),
+        Fail("QueryDeviceConfigInfo", Writes(0), "1006 keep|||0|0",
+             {"QueryDeviceConfigInfo WriteInterfaceToken failed"}),
+        Fail("QueryDeviceConfigInfo", Writes(1), "1007 keep|||0|0", {"QueryDeviceConfigInfo WriteString failed"}),
+        Fail("QueryDeviceConfigInfo", kSendFails, "1008 keep|||0|0", {"QueryDeviceConfigInfo SendRequest failed"}),
+        Fail("QueryDeviceConfigInfo", kEmptyReply, "1001 keep|||0|0", {}),
+        Fail("QueryDeviceConfigInfo", Reply(kAbsentRecord), "1001 keep|||0|0", {}),
+        Fail("RegisterServiceDeliverCallback", Writes(0), "1006",
+             {"RegisterServiceDeliverCallback WriteInterfaceToken failed"}),
+        Fail("RegisterServiceDeliverCallback", Writes(1), "1007",
+             {"RegisterServiceDeliverCallback WriteString failed"}),
+        Fail("RegisterServiceDeliverCallback", Writes(2), "1007",
+             {"RegisterServiceDeliverCallback WriteRemoteObject failed"}),
+        Fail("RegisterServiceDeliverCallback", kNullCallback, "1007",
+             {"RegisterServiceDeliverCallback WriteRemoteObject failed"}),
+        Fail("RegisterServiceDeliverCallback", kSendFails, "1008",
+             {"RegisterServiceDeliverCallback SendRequest failed"}),
+        Fail("SetDialogEventCallback", Writes(0), "-1", {"SetDialogEventCallback WriteInterfaceToken failed"}),
+        Fail("SetDialogEventCallback", Writes(1), "-1",
+             {"SetDialogEventCallback callback is null? : 0", "SetDialogEventCallback WriteRemoteObject failed"}),
+        Fail("SetDialogEventCallback", kNullCallback, "-1",
+             {"SetDialogEventCallback callback is null? : 1", "SetDialogEventCallback WriteRemoteObject failed"}),
+        Fail("SetDialogEventCallback", kSendFails, "-1",
+             {"SetDialogEventCallback callback is null? : 0", "SetDialogEventCallback SendRequest failed"}),
+        Fail("NotifyAppDialogEvent", Writes(0), "-1", {"WriteInterfaceToken failed"}),
+        Fail("NotifyAppDialogEvent", Writes(1), "-1", {"WriteString failed"}),
+        Fail("NotifyAppDialogEvent", kSendFails, "-1", {"SendRequest failed"}),
+        Fail("RequestService", Writes(0), "1006", {"WriteInterfaceToken failed"}),
+        Fail("RequestService", Writes(1), "1011", {"WriteString failed"}),
+        Fail("RequestService", Writes(2), "1011", {"WriteRemoteObject failed"}),
+        Fail("RequestService", kNullCallback, "1011", {"WriteRemoteObject failed"}),
+        Fail("RequestService", kSendFails, "1008", {"SendRequest failed"}),
+        Fail("UnRequestService", Writes(0), "1006", {"WriteInterfaceToken failed"}),
+        Fail("UnRequestService", Writes(1), "1011", {"WriteString failed"}),
+        Fail("UnRequestService", kSendFails, "1008", {"SendRequest failed"}),
+        Fail("UnRequestService", kEmptyReply, "0", {}),
+        Fail("RegisterKeyMouseCallback", Writes(0), "1006", {"WriteInterfaceToken failed"}),
+        Fail("RegisterKeyMouseCallback", Writes(1), "1021", {"WriteString failed"}),
+        Fail("RegisterKeyMouseCallback", Writes(2), "1021", {"WriteRemoteObject failed"}),
+        Fail("RegisterKeyMouseCallback", kNullCallback, "1021", {"WriteRemoteObject failed"}),
+        Fail("RegisterKeyMouseCallback", kSendFails, "1008", {"SendRequest failed"}),
+        Fail("RegisterKeyMouseCallback", kEmptyReply, "1022", {"ReadInt32 failed"}),
+        Fail("UnregisterKeyMouseCallback", Writes(0), "1006", {"WriteInterfaceToken failed"}),
+        Fail("UnregisterKeyMouseCallback", Writes(1), "1021", {"WriteString failed"}),
+        Fail("UnregisterKeyMouseCallback", kSendFails, "1008", {"SendRequest failed"}),
+        Fail("UnregisterKeyMouseCallback", kEmptyReply, "1022", {"ReadInt32 failed"}),
+        Fail("UpdateKeyMouseEdgeSwitch", Writes(0), "1006", {"WriteInterfaceToken failed"}),
+        Fail("UpdateKeyMouseEdgeSwitch", Writes(1), "1021", {"WriteBool failed"}),
+        Fail("UpdateKeyMouseEdgeSwitch", kSendFails, "1008", {"SendRequest failed"}),
+        Fail("UpdateKeyMouseEdgeSwitch", kEmptyReply, "1022", {"ReadInt32 failed"}),
     };
     return cases;
 }
@@ -340,45 +276,55 @@ TEST(RequestFailureTest, EachStepFailsWithItsValueAndLine)
     }
 }
 
-// The seam counts one write per outermost call, so these rows only prove
-// anything if the call really makes that many writes: with one write more
-// allowed than the row's index, the same step must succeed.
+// The seam counts one write per outermost call, so the Writes(k) rows only
+// prove anything if the call really makes that many writes: with one write
+// more allowed than a call's highest row, the call must use up the budget
+// and send.
 TEST(RequestFailureTest, WriteBudgetsMatchTheRequestShape)
 {
-    struct Shape {
-        std::string call;
-        int writes;
-    };
-    const std::vector<Shape> shapes = {
-        {"GetTrustedDeviceList", 2},
-        {"GetTrustedDeviceListWithAbilityFilter", 4},
-        {"GetTrustedDeviceListWithServiceFilter", 3},
-        {"GetTrustedDeviceListWithDeviceFilter", 3},
-        {"RegisterDevChangedCallback", 4},
-        {"RegisterCallbackWithServiceFilter", 4},
-        {"UnregisterDevChangedCallback", 2},
-        {"RegisterServiceChangedCallback", 2},
-        {"UnregisterServiceChangedCallback", 1},
-        {"GetLocalDeviceInfo", 1},
-        {"GetRemoteDeviceDynamicInfo", 3},
-        {"RegisterServiceDeliverCallback", 3},
-        {"SetDialogEventCallback", 2},
-        {"RequestService", 3},
-        {"RegisterKeyMouseCallback", 3},
-        {"UpdateKeyMouseEdgeSwitch", 2},
-    };
-    for (const Shape& shape : shapes) {
-        SCOPED_TRACE(shape.call);
+    std::map<std::string, int> writes;
+    for (const FailureCase& c : Cases()) {
+        writes[c.call] = std::max(writes[c.call], c.fault.allowedWrites + 1);
+    }
+    for (const auto& [name, budget] : writes) {
+        SCOPED_TRACE(name);
         sptr<FakeRemoteObject> remote = new FakeRemoteObject();
         sptr<DeviceDetectProxy> proxy = new DeviceDetectProxy(remote);
         CallArgs args;
         LogCapture quiet;
         {
-            ParcelTestSeam::ScopedWriteFailure budget(shape.writes);
-            CallByName(shape.call)(*proxy, args);
+            ParcelTestSeam::ScopedWriteFailure limit(budget);
+            CallByName(name)(*proxy, args);
             EXPECT_EQ(ParcelTestSeam::RemainingWrites(), 0);
         }
         EXPECT_EQ(remote->RequestCount(), 1u);
+    }
+}
+
+TEST(RequestFailureTest, EveryStatusValueHasItsOwnName)
+{
+    const std::vector<std::pair<int32_t, std::string>> named = {
+        {0, "DD_OK"},
+        {-1, "DD_FAILED"},
+        {1001, "DD_ERR_READ_FAILED"},
+        {1006, "DD_ERR_WRITE_TOKEN_FAILED"},
+        {1007, "DD_ERR_WRITE_ARG_FAILED"},
+        {1008, "DD_ERR_SEND_REQUEST_FAILED"},
+        {1010, "DD_ERR_WRONG_TOKEN"},
+        {1011, "DD_ERR_WRITE_OBJECT_FAILED"},
+        {1019, "DD_ERR_RECORD_MISSING"},
+        {1021, "DD_ERR_WRITE_PARAM_FAILED"},
+        {1022, "DD_ERR_READ_REPLY_FAILED"},
+        {1023, "DD_ERR_DEVICE_NUM_EXCEEDED"},
+        {2202, "DD_ERR_RESULT_COUNT_MISMATCH"},
+    };
+    for (const auto& [value, name] : named) {
+        const char* text = DeviceDetectStatusToString(value);
+        ASSERT_NE(text, nullptr) << value;
+        EXPECT_EQ(text, name);
+    }
+    for (int32_t other : {1, -2, 1009, 2201, 2203}) {
+        EXPECT_EQ(DeviceDetectStatusToString(other), nullptr) << other;
     }
 }
 

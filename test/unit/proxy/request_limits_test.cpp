@@ -1,5 +1,6 @@
-// Limits and accumulation: the 1024-entry bounds on both sides of the wire,
-// and outputs that are appended to, never cleared.
+// Limits and decoding of list replies: the 1024-entry bounds on both sides
+// of the wire, records decoded behind what the caller's vector held, and the
+// lines a decoded record writes.
 #include <cstdint>
 
 #include <gtest/gtest.h>
@@ -15,42 +16,46 @@ namespace {
 
 using Tavik::Test::FakeRemoteObject;
 using Tavik::Test::LinesAt;
+using Tavik::Test::LogLine;
+using Tavik::Test::ParseLogLines;
+
+constexpr uint32_t CLIENT_DOMAIN = 0xD004612;
 
 class RequestLimitsTest : public ::testing::Test {
 protected:
+    // The request as sent, read past its token.
+    MessageParcel SentBody()
+    {
+        MessageParcel request = remote_->LastRequest().ToParcel();
+        request.ReadInterfaceToken();
+        return request;
+    }
+
     sptr<FakeRemoteObject> remote_ = new FakeRemoteObject();
     sptr<DeviceDetectProxy> proxy_ = new DeviceDetectProxy(remote_);
 };
 
-void WriteDevices(MessageParcel& reply, uint32_t count)
+TEST_F(RequestLimitsTest, RepliesOf1024DevicesAreReadInFull)
 {
-    reply.WriteUint32(count);
-    for (uint32_t i = 0; i < count; ++i) {
-        WriteDevice(reply, "u" + std::to_string(i), i);
-    }
-}
-
-TEST_F(RequestLimitsTest, ListRepliesOf1024DevicesAreReadInFull)
-{
-    remote_->SetReply(BuildParcel([](MessageParcel& r) { WriteDevices(r, 1024); }));
+    remote_->SetReply(BuildParcel([](MessageParcel& r) {
+        r.WriteUint32(1024);
+        for (uint32_t i = 0; i < 1024; ++i) {
+            WriteDevice(r, "u" + std::to_string(i), i);
+        }
+    }));
     std::vector<DeviceInfo> plain;
     std::vector<DeviceInfo> byService;
     std::vector<DeviceInfo> byDevice;
-    sptr<DeviceDetectCallbackStub> callback = new DeviceDetectCallbackStub();
-
     EXPECT_EQ(proxy_->GetTrustedDeviceList("", plain), 0);
     EXPECT_EQ(proxy_->GetTrustedDeviceListWithServiceFilter(new ServiceFilter(), "", byService), 0);
-    EXPECT_EQ(proxy_->GetTrustedDeviceListWithDeviceFilter(new DeviceFilter(), byDevice, callback), 0);
-
+    EXPECT_EQ(
+        proxy_->GetTrustedDeviceListWithDeviceFilter(new DeviceFilter(), byDevice, new DeviceDetectCallbackStub()), 0);
     for (const auto* list : {&plain, &byService, &byDevice}) {
         ASSERT_EQ(list->size(), 1024u);
         EXPECT_EQ(Render(list->front()), "u0|n-u0|d-u0|0");
         EXPECT_EQ(Render(list->back()), "u1023|n-u1023|d-u1023|1023");
     }
-}
 
-TEST_F(RequestLimitsTest, AbilityFilterReplyOf1024DevicesIsReadInFull)
-{
     remote_->SetReply(BuildParcel([](MessageParcel& r) {
         r.WriteUint32(1024);
         for (uint32_t i = 0; i < 1024; ++i) {
@@ -60,8 +65,7 @@ TEST_F(RequestLimitsTest, AbilityFilterReplyOf1024DevicesIsReadInFull)
         }
     }));
     std::vector<sptr<AbilityFilter>> filters;
-    std::list<std::tuple<DeviceInfo, std::list<sptr<AbilityFilter>>>> result;
-
+    DeviceFilters result;
     EXPECT_EQ(proxy_->GetTrustedDeviceListWithAbilityFilter(filters, result), 0);
     ASSERT_EQ(result.size(), 1024u);
     EXPECT_EQ(std::get<0>(result.back()).GetDeviceUdid(), "u1023");
@@ -69,7 +73,7 @@ TEST_F(RequestLimitsTest, AbilityFilterReplyOf1024DevicesIsReadInFull)
     EXPECT_EQ(std::get<1>(result.back()).front()->GetBundleName(), "b1023");
 }
 
-TEST_F(RequestLimitsTest, WriteAbilityFilterListTakes1024FiltersAndRefuses1025)
+TEST_F(RequestLimitsTest, AbilityFilterListsTake1024FiltersAndNever1025)
 {
     std::vector<sptr<AbilityFilter>> filters(1024);
     for (auto& filter : filters) {
@@ -79,8 +83,7 @@ TEST_F(RequestLimitsTest, WriteAbilityFilterListTakes1024FiltersAndRefuses1025)
     EXPECT_TRUE(proxy_->WriteAbilityFilterList(full, filters));
     EXPECT_EQ(full.ReadUint32(), 1024u);
     for (int i = 0; i < 1024; ++i) {
-        sptr<AbilityFilter> read = full.ReadStrongParcelable<AbilityFilter>();
-        ASSERT_NE(read, nullptr) << "filter " << i;
+        ASSERT_NE(full.ReadStrongParcelable<AbilityFilter>(), nullptr) << "filter " << i;
     }
     EXPECT_EQ(full.GetReadableBytes(), 0u);
 
@@ -90,14 +93,9 @@ TEST_F(RequestLimitsTest, WriteAbilityFilterListTakes1024FiltersAndRefuses1025)
     EXPECT_FALSE(proxy_->WriteAbilityFilterList(refused, filters));
     EXPECT_EQ(refused.GetDataSize(), 0u);
     EXPECT_EQ(LinesAt(log, LOG_ERROR), std::vector<std::string>{"WriteAbilityFilterList# listLength exceed maximum"});
-}
 
-TEST_F(RequestLimitsTest, TooManyAbilityFiltersAreNeverSent)
-{
-    std::vector<sptr<AbilityFilter>> filters(1025, sptr<AbilityFilter>(new AbilityFilter()));
-    std::list<std::tuple<DeviceInfo, std::list<sptr<AbilityFilter>>>> result;
-    LogCapture log;
-
+    log.Clear();
+    DeviceFilters result;
     EXPECT_EQ(proxy_->GetTrustedDeviceListWithAbilityFilter(filters, result), -1);
     EXPECT_EQ(remote_->RequestCount(), 0u);
     EXPECT_TRUE(result.empty());
@@ -107,62 +105,30 @@ TEST_F(RequestLimitsTest, TooManyAbilityFiltersAreNeverSent)
                                         "WriteStrongParcelable failed"}));
 }
 
+// A null filter is the platform's to write: presence 0, no check here.
 TEST_F(RequestLimitsTest, EmptyAndNullFiltersAreWritten)
 {
     std::vector<sptr<AbilityFilter>> filters;
-    std::list<std::tuple<DeviceInfo, std::list<sptr<AbilityFilter>>>> result;
-    remote_->SetReply(BuildParcel([](MessageParcel& r) { r.WriteUint32(0); }));
-
+    DeviceFilters result;
+    remote_->SetReply(BuildParcel(DeviceList(0, {})));
     EXPECT_EQ(proxy_->GetTrustedDeviceListWithAbilityFilter(filters, result), 0);
-    MessageParcel empty = remote_->LastRequest().ToParcel();
-    empty.ReadInterfaceToken();
+    MessageParcel empty = SentBody();
     EXPECT_EQ(empty.ReadUint32(), 0u);
     EXPECT_EQ(empty.GetReadableBytes(), 0u);
 
-    // A null filter is the platform's to write: presence 0, no check here.
     filters.push_back(nullptr);
     EXPECT_EQ(proxy_->GetTrustedDeviceListWithAbilityFilter(filters, result), 0);
-    MessageParcel withNull = remote_->LastRequest().ToParcel();
-    withNull.ReadInterfaceToken();
+    MessageParcel withNull = SentBody();
     EXPECT_EQ(withNull.ReadUint32(), 1u);
     EXPECT_EQ(withNull.ReadInt32(), 0);
     EXPECT_EQ(withNull.GetReadableBytes(), 0u);
-}
 
-TEST_F(RequestLimitsTest, NullFiltersAreHandedToTheWrite)
-{
     remote_->SetReply(BuildParcel([](MessageParcel& r) {
         r.WriteInt32(0);
         r.WriteUint32(1);
     }));
-    sptr<DeviceChangedCallbackStub> callback = new DeviceChangedCallbackStub();
-
-    EXPECT_EQ(proxy_->RegisterDevChangedCallback(nullptr, "x", callback), std::make_pair(0, 1u));
-    MessageParcel request = remote_->LastRequest().ToParcel();
-    request.ReadInterfaceToken();
-    EXPECT_EQ(request.ReadInt32(), 0) << "a null filter travels as an absent record";
-}
-
-TEST_F(RequestLimitsTest, RepeatedCallsAppendToTheSameOutputs)
-{
-    remote_->SetReply(BuildParcel([](MessageParcel& r) { WriteDevices(r, 2); }));
-    std::vector<DeviceInfo> devices;
-    EXPECT_EQ(proxy_->GetTrustedDeviceList("", devices), 0);
-    remote_->SetReply(BuildParcel([](MessageParcel& r) {
-        r.WriteUint32(1);
-        WriteDevice(r, "second", 9);
-    }));
-    EXPECT_EQ(proxy_->GetTrustedDeviceList("", devices), 0);
-    EXPECT_EQ(Render(devices), "[u0|n-u0|d-u0|0, u1|n-u1|d-u1|1, second|n-second|d-second|9]");
-
-    remote_->SetReply(BuildParcel([](MessageParcel& r) {
-        r.WriteUint32(1);
-        WriteDynamicInfo(r, "k", "v");
-    }));
-    std::vector<DeviceDynamicInfo> infos;
-    EXPECT_EQ(proxy_->GetRemoteDeviceDynamicInfo("id", {"k"}, infos), 0);
-    EXPECT_EQ(proxy_->GetRemoteDeviceDynamicInfo("id", {"k"}, infos), 0);
-    EXPECT_EQ(infos.size(), 2u);
+    EXPECT_EQ(proxy_->RegisterDevChangedCallback(nullptr, "x", new DeviceChangedCallbackStub()), std::make_pair(0, 1u));
+    EXPECT_EQ(SentBody().ReadInt32(), 0) << "a null filter travels as an absent record";
 }
 
 TEST_F(RequestLimitsTest, DynamicInfoWithoutKeysExpectsNoRecords)
@@ -185,19 +151,65 @@ TEST_F(RequestLimitsTest, DeliverCodeTravelsAsDecimalText)
     for (const auto& [code, text] : std::vector<std::pair<int, std::string>>{
              {0, "0"}, {-7, "-7"}, {42, "42"}, {INT32_MIN, "-2147483648"}, {INT32_MAX, "2147483647"}}) {
         proxy_->RegisterServiceDeliverCallback(code, callback);
-        MessageParcel request = remote_->LastRequest().ToParcel();
-        request.ReadInterfaceToken();
-        EXPECT_EQ(request.ReadString(), text);
+        EXPECT_EQ(SentBody().ReadString(), text);
     }
 }
 
-TEST_F(RequestLimitsTest, DialogCallbackLogsItsNullCheckAndStillSends)
+// Device lists are decoded straight into the caller's vector. What the caller
+// and the log see must be what reading each record onto the heap and
+// appending a copy gave: per present record the record's "create:" line and
+// the "destory:" line of the decoded record, with the destructor's own prefix.
+TEST_F(RequestLimitsTest, EachRecordLogsItsCreationAndTheDecodedCopysDestruction)
 {
-    LogCapture log;
-    EXPECT_EQ(proxy_->SetDialogEventCallback(new DialogEventCallbackStub()), 0);
-    EXPECT_EQ(remote_->RequestCount(), 1u);
-    EXPECT_EQ(LinesAt(log, LOG_ERROR),
-              std::vector<std::string>{"SetDialogEventCallback# SetDialogEventCallback callback is null? : 0"});
+    LogLine destructor;
+    {
+        LogCapture capture;
+        DeviceInfo("u", "n", "d", 1);
+        destructor = ParseLogLines(capture).back();
+        ASSERT_EQ(destructor.function, "~DeviceInfo");
+    }
+    remote_->SetReply(BuildParcel(DeviceList(3, {{"udid-a-0001", 14}, {}, {"udid-b-0002", 156}})));
+    LogCapture capture;
+    std::vector<DeviceInfo> devices;
+    ASSERT_EQ(proxy_->GetTrustedDeviceList("", devices), 0);
+
+    EXPECT_EQ(Render(devices),
+              "[udid-a-0001|n-udid-a-0001|d-udid-a-0001|14, udid-b-0002|n-udid-b-0002|d-udid-b-0002|156]");
+    const std::vector<std::string> destroyed = {
+        "~DeviceInfo# destory:device = n-u****001, deviceName= d-udid-a-0001, deviceType = 14",
+        "~DeviceInfo# destory:device = n-u****002, deviceName= d-udid-b-0002, deviceType = 156",
+    };
+    EXPECT_EQ(
+        LinesAt(capture, LOG_INFO, CLIENT_DOMAIN),
+        (std::vector<std::string>{
+            "DeviceInfo# create:device = n-u****001, deviceName= d-udid-a-0001, deviceType = 14", destroyed[0],
+            "DeviceInfo# create:device = n-u****002, deviceName= d-udid-b-0002, deviceType = 156", destroyed[1]}));
+    EXPECT_EQ(LinesAt(capture, LOG_ERROR),
+              std::vector<std::string>{"GetTrustedDeviceList# GetTrustedDeviceList ReadStrongParcelable nullptr"});
+    for (const LogLine& line : ParseLogLines(capture)) {
+        if (line.function == "~DeviceInfo") {
+            EXPECT_EQ(line.file, destructor.file);
+            EXPECT_EQ(line.line, destructor.line) << "the destructor's own statement writes the line";
+        }
+    }
+
+    // The records handed out are ordinary values: destroying them logs as
+    // destroying any DeviceInfo does.
+    capture.Clear();
+    devices.clear();
+    EXPECT_EQ(LinesAt(capture, LOG_INFO, CLIENT_DOMAIN), destroyed);
+}
+
+// What the vector held stays in front and keeps its values, also when the
+// vector has to grow for the new records.
+TEST_F(RequestLimitsTest, RecordsAreBuiltBehindWhatTheVectorHeld)
+{
+    remote_->SetReply(BuildParcel(DeviceList(2, {{"x", 1}, {"y", 2}})));
+    std::vector<DeviceInfo> devices;
+    devices.reserve(1);
+    devices.emplace_back("keep", "n-keep", "d-keep", 7);
+    ASSERT_EQ(proxy_->GetTrustedDeviceList("", devices), 0);
+    EXPECT_EQ(Render(devices), "[keep|n-keep|d-keep|7, x|n-x|d-x|1, y|n-y|d-y|2]");
 }
 
 // A proxy around no object at all cannot send; it fails where a dead service

@@ -1,0 +1,512 @@
+// The six callback stubs. The shape they share (token check, dispatch by
+// code, unknown codes, refused bodies, default handlers, a reply left empty)
+// runs over one table row per stub; a recording subclass per stub shows
+// which handler ran. Then what is particular to single stubs.
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "device_changed_callback_stub.h"
+#include "device_detect_callback_stub.h"
+#include "dialog_event_callback_stub.h"
+#include "ipc_status.h"
+#include "log_lines.h"
+#include "message_option.h"
+#include "message_parcel.h"
+#include "service_changed_callback_stub.h"
+#include "service_deliver_callback_stub.h"
+#include "service_publish_callback_stub.h"
+#include "string_convert.h"
+#include "tralog.h"
+
+namespace Tavik {
+namespace Syntavo {
+namespace Test {
+namespace {
+
+using Tavik::Test::AllLines;
+using Tavik::Test::CheckPrefixes;
+
+// What the recording handlers saw, one rendered line per call. Handlers
+// return kResult, which the stub must pass back unchanged.
+struct Journal {
+    static constexpr int32_t kResult = 77;
+    std::vector<std::string> calls;
+    std::vector<DeviceServiceInfo> serviceInfos;
+    sptr<DeviceInfo> keptDevice;
+};
+
+template <typename Stub>
+class Recording : public Stub {
+public:
+    template <typename... Args>
+    explicit Recording(Journal& journal, Args... args) : Stub(args...), journal_(journal)
+    {
+    }
+
+protected:
+    int32_t Note(const std::string& call)
+    {
+        journal_.calls.push_back(call);
+        return Journal::kResult;
+    }
+    Journal& journal_;
+};
+
+class RecordingDeviceChanged : public Recording<DeviceChangedCallbackStub> {
+public:
+    using Recording::Recording;
+    int32_t OnDeviceOnline(DeviceInfo& info) override { return Note("OnDeviceOnline " + info.GetDeviceUdid()); }
+    int32_t OnDeviceOffline(DeviceInfo& info) override { return Note("OnDeviceOffline " + info.GetDeviceUdid()); }
+    int32_t OnDeviceReady(DeviceInfo& info) override { return Note("OnDeviceReady " + info.GetDeviceUdid()); }
+};
+
+class RecordingServiceChanged : public Recording<ServiceChangedCallbackStub> {
+public:
+    using Recording::Recording;
+    int32_t OnDeviceEvent(int32_t event, std::vector<DeviceServiceInfo> infos) override
+    {
+        std::string names;
+        for (const DeviceServiceInfo& info : infos) {
+            names += (names.empty() ? "" : ", ") + info.GetDeviceName();
+        }
+        journal_.serviceInfos = std::move(infos);
+        return Note("OnDeviceEvent " + std::to_string(event) + " [" + names + "]");
+    }
+};
+
+class RecordingDeviceDetect : public Recording<DeviceDetectCallbackStub> {
+public:
+    using Recording::Recording;
+    int32_t OnDeviceEvent(int32_t event, sptr<DeviceInfo> info) override
+    {
+        journal_.keptDevice = info;
+        return Note("OnDeviceEvent " + std::to_string(event) + " " + info->GetDeviceUdid());
+    }
+};
+
+class RecordingServiceDeliver : public Recording<ServiceDeliverCallbackStub> {
+public:
+    using Recording::Recording;
+    int32_t OnDeliver(const std::string& info) override { return Note("OnDeliver " + info); }
+};
+
+class RecordingDialogEvent : public Recording<DialogEventCallbackStub> {
+public:
+    using Recording::Recording;
+    int32_t OnDialogEventReply(const std::string& info) override { return Note("OnDialogEventReply " + info); }
+};
+
+class RecordingServicePublish : public Recording<ServicePublishCallbackStub> {
+public:
+    using Recording::Recording;
+    int32_t OnPublishEvent(sptr<RequestResultInfo> info) override
+    {
+        return Note("OnPublishEvent " + std::to_string(info->GetEventCode()) + "/" +
+                    std::to_string(info->GetResultCode()));
+    }
+};
+
+// Writes what follows the token of a request; null writes nothing.
+using BodyWriter = std::function<void(MessageParcel&)>;
+
+// Records in strong-parcelable form, field by field.
+void WriteDevice(MessageParcel& data, const std::string& udid)
+{
+    data.WriteInt32(1);
+    data.WriteString(udid);
+    data.WriteString("net-" + udid);
+    data.WriteString("name-" + udid);
+    data.WriteUint32(14);
+}
+
+void WriteDeviceService(MessageParcel& data, const std::string& name)
+{
+    data.WriteInt32(1);
+    data.WriteString(name);
+    data.WriteUint32(14);
+    data.WriteString("hash-" + name);
+    data.WriteString("id-" + name);
+    data.WriteStringVector({"rule"});
+    data.WriteString("net-" + name);
+    data.WriteString("mac-" + name);
+    data.WriteString("extra");
+}
+
+void WritePublishEvent(MessageParcel& data, uint32_t eventCode, uint32_t resultCode)
+{
+    data.WriteInt32(1);
+    data.WriteUint32(eventCode);
+    data.WriteUint32(resultCode);
+}
+
+BodyWriter Device(const std::string& udid)
+{
+    return [udid](MessageParcel& d) { WriteDevice(d, udid); };
+}
+
+BodyWriter Int32s(std::vector<int32_t> values)
+{
+    return [values](MessageParcel& d) {
+        for (int32_t value : values) {
+            d.WriteInt32(value);
+        }
+    };
+}
+
+// An event and `count`, then the entries; an empty name writes an absent one.
+BodyWriter ServiceEvent(int32_t event, uint32_t count, std::vector<std::string> entries)
+{
+    return [=](MessageParcel& d) {
+        d.WriteInt32(event);
+        d.WriteUint32(count);
+        for (const std::string& name : entries) {
+            if (name.empty()) {
+                d.WriteInt32(0);
+            } else {
+                WriteDeviceService(d, name);
+            }
+        }
+    };
+}
+
+struct Outcome {
+    int32_t result;
+    size_t replySize;
+};
+
+// Delivers token + body with `code` the way a transport does.
+Outcome Send(IPCObjectStub& stub, uint32_t code, const std::u16string& token, const BodyWriter& body)
+{
+    MessageParcel data;
+    data.WriteInterfaceToken(token);
+    if (body) {
+        body(data);
+    }
+    MessageParcel reply;
+    MessageOption option;
+    int32_t result = stub.OnRemoteRequest(code, data, reply, option);
+    return {result, reply.GetDataSize() + reply.GetObjectCount()};
+}
+
+struct EventCase {
+    uint32_t code;
+    BodyWriter body;
+    // What the recording handler saw.
+    std::string handled;
+    // Lines of the default handler.
+    std::vector<std::string> defaultLines;
+};
+
+// A body the stub refuses with 1001 before any handler runs.
+struct RefusedCase {
+    uint32_t code;
+    BodyWriter body;
+    std::string errorLine;
+};
+
+struct StubCase {
+    std::u16string descriptor;
+    // The stub's source file, also the row's name.
+    std::string file;
+    // Level letter of the wrong-token line.
+    std::string wrongTokenLevel;
+    std::function<sptr<IPCObjectStub>(Journal&)> recording;
+    std::function<sptr<IPCObjectStub>()> plain;
+    std::vector<EventCase> events;
+    std::vector<uint32_t> unknownCodes;
+    std::vector<RefusedCase> refused;
+};
+
+template <typename Recorder, typename Plain>
+StubCase Stub(std::u16string descriptor, std::string file, std::string wrongTokenLevel, std::vector<EventCase> events,
+              std::vector<uint32_t> unknownCodes, std::vector<RefusedCase> refused)
+{
+    return {std::move(descriptor),
+            std::move(file),
+            std::move(wrongTokenLevel),
+            [](Journal& j) { return sptr<IPCObjectStub>(new Recorder(j)); },
+            [] { return sptr<IPCObjectStub>(new Plain()); },
+            std::move(events),
+            std::move(unknownCodes),
+            std::move(refused)};
+}
+
+const std::vector<StubCase>& Cases()
+{
+    static const std::vector<StubCase> cases = {
+        Stub<RecordingDeviceChanged, DeviceChangedCallbackStub>(
+            u"Tavik.Syntavo.IDeviceStateChangedCallback", "device_changed_callback_stub", "I",
+            {{0, Device("u0"), "OnDeviceOnline u0", {"I OnDeviceOnline# OnDeviceOnline enter"}},
+             {1, Device("u1"), "OnDeviceOffline u1", {"I OnDeviceOffline# OnDeviceOffline enter"}},
+             {3, Device("u3"), "OnDeviceReady u3", {"I OnDeviceReady# OnDeviceReady enter"}},
+             // A truncated record still decodes (its fields read as empty);
+             // only an absent record is refused.
+             {3,
+              [](MessageParcel& d) {
+                  d.WriteInt32(1);
+                  d.WriteString("short");
+              },
+              "OnDeviceReady short",
+              {"I OnDeviceReady# OnDeviceReady enter"}}},
+            {2, 4, 0xFFFFFFFFu},
+            {{0, nullptr, "OnDeviceOnline# OnDeviceEvent: received deviceInfo is nullptr"},
+             {1, Int32s({0}), "OnDeviceOffline# OnDeviceEvent: received deviceInfo is nullptr"},
+             {3, Int32s({0}), "OnDeviceReady# OnDeviceEvent: received deviceInfo is nullptr"}}),
+        Stub<RecordingServiceChanged, ServiceChangedCallbackStub>(
+            u"Tavik.Syntavo.IServiceChangedCallback", "service_changed_callback_stub", "I",
+            {{0,
+              ServiceEvent(4, 1, {"s1"}),
+              "OnDeviceEvent 4 [s1]",
+              {"I OnDeviceEvent# deviceNum: 1", "I OnDeviceEvent# OnDeviceEvent enter"}}},
+            {1, 3},
+            {{0, nullptr, "OnDeviceEvent# ReadInt32 failed"}, {0, Int32s({3}), "OnDeviceEvent# ReadUint32 failed"}}),
+        Stub<RecordingDeviceDetect, DeviceDetectCallbackStub>(
+            u"Tavik.Syntavo.IDeviceDetectCallback", "device_detect_callback_stub", "I",
+            {{0,
+              [](MessageParcel& d) {
+                  d.WriteInt32(5);
+                  WriteDevice(d, "u5");
+              },
+              "OnDeviceEvent 5 u5",
+              {"I OnDeviceEvent# OnDeviceEvent enter"}}},
+            {1, 0x7FFFFFFFu}, {{0, Int32s({5, 0}), "OnDeviceEvent# OnDeviceEvent: received deviceInfo is nullptr"}}),
+        Stub<RecordingServiceDeliver, ServiceDeliverCallbackStub>(
+            u"Tavik.Syntavo.IServiceDeliverCallback", "service_deliver_callback_stub", "I",
+            {{0,
+              [](MessageParcel& d) { d.WriteString("parcel 12"); },
+              "OnDeliver parcel 12",
+              {"I OnDeliver# OnDeliver enter"}},
+             {0, nullptr, "OnDeliver ", {"I OnDeliver# OnDeliver enter"}}},
+            {1}, {}),
+        Stub<RecordingDialogEvent, DialogEventCallbackStub>(
+            u"Tavik.Syntavo.IDialogEventCallback", "dialog_event_callback_stub", "I",
+            {{0,
+              [](MessageParcel& d) { d.WriteString("{\"ok\":1}"); },
+              "OnDialogEventReply {\"ok\":1}",
+              {"I OnDialogEventReply# enter"}},
+             {0, nullptr, "OnDialogEventReply ", {"I OnDialogEventReply# enter"}}},
+            {1}, {}),
+        Stub<RecordingServicePublish, ServicePublishCallbackStub>(
+            u"Tavik.Syntavo.IServicePublishCallback", "service_publish_callback_stub", "E",
+            {{0, [](MessageParcel& d) { WritePublishEvent(d, 7, 0); }, "OnPublishEvent 7/0", {}}}, {1},
+            {{0, nullptr, "OnPublishEvent# OnDeviceEvent: received info is nullptr"}}),
+    };
+    return cases;
+}
+
+// Sends to the stub's recording subclass a request it must refuse: the
+// result, no handler, an empty reply and exactly `lines`, all from the
+// stub's own file.
+void ExpectRefused(const StubCase& c, uint32_t code, const std::u16string& token, const BodyWriter& body,
+                   int32_t result, const std::vector<std::string>& lines)
+{
+    Journal journal;
+    sptr<IPCObjectStub> stub = c.recording(journal);
+    LogCapture log;
+    Outcome outcome = Send(*stub, code, token, body);
+    EXPECT_EQ(outcome.result, result);
+    EXPECT_TRUE(journal.calls.empty());
+    EXPECT_EQ(outcome.replySize, 0u);
+    EXPECT_EQ(AllLines(log), lines);
+    EXPECT_EQ(CheckPrefixes(log, c.file), "");
+}
+
+TEST(StubDispatchTest, EventsReachTheirHandlerOrTheDefaultOneAndTheReplyStaysEmpty)
+{
+    for (const StubCase& c : Cases()) {
+        for (const EventCase& e : c.events) {
+            SCOPED_TRACE(c.file + ", code " + std::to_string(e.code) + ", " + e.handled);
+            Journal journal;
+            sptr<IPCObjectStub> recording = c.recording(journal);
+            Outcome outcome = Send(*recording, e.code, c.descriptor, e.body);
+            EXPECT_EQ(outcome.result, Journal::kResult);
+            EXPECT_EQ(journal.calls, std::vector<std::string>{e.handled});
+            EXPECT_EQ(outcome.replySize, 0u);
+
+            sptr<IPCObjectStub> plain = c.plain();
+            LogCapture log;
+            outcome = Send(*plain, e.code, c.descriptor, e.body);
+            EXPECT_EQ(outcome.result, 0);
+            EXPECT_EQ(AllLines(log), e.defaultLines);
+            EXPECT_EQ(CheckPrefixes(log, c.file), "");
+            EXPECT_EQ(outcome.replySize, 0u);
+        }
+    }
+}
+
+TEST(StubDispatchTest, WrongTokensAreRefusedBeforeAnythingElseIsRead)
+{
+    for (const StubCase& c : Cases()) {
+        std::vector<std::u16string> tokens = {
+            u"",
+            c.descriptor.substr(0, c.descriptor.size() - 1),
+            c.descriptor + u"x",
+            u"tavik" + c.descriptor.substr(5),
+            // The class name, which is not the device-changed descriptor.
+            u"Tavik.Syntavo.IDeviceChangedCallback",
+        };
+        for (const StubCase& other : Cases()) {
+            if (other.descriptor != c.descriptor) {
+                tokens.push_back(other.descriptor);
+            }
+        }
+        for (const std::u16string& token : tokens) {
+            std::string shown = Str16ToStr8(token);
+            SCOPED_TRACE(c.file + " given \"" + shown + "\"");
+            ExpectRefused(c, c.events.front().code, token, c.events.front().body, 1010,
+                          {c.wrongTokenLevel + " OnRemoteRequest# receive wrong interface token = " + shown +
+                           ", expect " + Str16ToStr8(c.descriptor)});
+        }
+    }
+}
+
+TEST(StubDispatchTest, UnknownCodesGoToTheBaseClass)
+{
+    MessageParcel data;
+    MessageParcel reply;
+    MessageOption option;
+    const int32_t baseResult = IPCObjectStub().OnRemoteRequest(2, data, reply, option);
+    ASSERT_EQ(baseResult, IPC_ERR_UNKNOWN_TRANSACTION);
+    for (const StubCase& c : Cases()) {
+        for (uint32_t code : c.unknownCodes) {
+            SCOPED_TRACE(c.file + ", code " + std::to_string(code));
+            ExpectRefused(
+                c, code, c.descriptor, c.events.front().body, baseResult,
+                {"E OnRemoteRequest# revice unknown code, code is " + std::to_string(static_cast<int32_t>(code))});
+        }
+    }
+}
+
+TEST(StubDispatchTest, AbsentRecordsAndMissingItemsFailWithoutCallingTheHandler)
+{
+    for (const StubCase& c : Cases()) {
+        for (const RefusedCase& r : c.refused) {
+            SCOPED_TRACE(c.file + ", code " + std::to_string(r.code) + ", " + r.errorLine);
+            ExpectRefused(c, r.code, c.descriptor, r.body, 1001, {"E " + r.errorLine});
+        }
+    }
+}
+
+const std::u16string kServiceChanged = u"Tavik.Syntavo.IServiceChangedCallback";
+
+TEST(ServiceChangedStubTest, ListsDecodeInOrderAndSkipMissingEntries)
+{
+    struct Row {
+        std::string name;
+        BodyWriter body;
+        std::string handled;
+        int nullLines;
+    };
+    const std::vector<Row> rows = {
+        {"empty list", ServiceEvent(2, 0, {}), "OnDeviceEvent 2 []", 0},
+        {"middle entry absent", ServiceEvent(1, 3, {"a", "", "c"}), "OnDeviceEvent 1 [a, c]", 1},
+        {"parcel ends early", ServiceEvent(1, 3, {"a"}), "OnDeviceEvent 1 [a]", 2},
+        {"negative event", ServiceEvent(-9, 1, {"a"}), "OnDeviceEvent -9 [a]", 0},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Journal journal;
+        sptr<RecordingServiceChanged> stub = new RecordingServiceChanged(journal);
+        LogCapture log;
+        EXPECT_EQ(Send(*stub, 0, kServiceChanged, row.body).result, Journal::kResult);
+        EXPECT_EQ(journal.calls, std::vector<std::string>{row.handled});
+        EXPECT_EQ(log.Count("ReadStrongParcelable nullptr"), static_cast<size_t>(row.nullLines));
+    }
+
+    Journal journal;
+    sptr<RecordingServiceChanged> stub = new RecordingServiceChanged(journal);
+    Send(*stub, 0, kServiceChanged, ServiceEvent(1, 1, {"tv"}));
+    ASSERT_EQ(journal.serviceInfos.size(), 1u);
+    const DeviceServiceInfo& info = journal.serviceInfos[0];
+    EXPECT_EQ(info.GetDeviceType(), 14u);
+    EXPECT_EQ(info.GetDeviceHashId(), "hash-tv");
+    EXPECT_EQ(info.GetDeviceId(), "id-tv");
+    EXPECT_EQ(info.GetServiceRuleList(), std::vector<std::string>{"rule"});
+    EXPECT_EQ(info.GetNetworkId(), "net-tv");
+    EXPECT_EQ(info.GetBrMac(), "mac-tv");
+    EXPECT_EQ(info.GetExtraInfo(), "extra");
+}
+
+TEST(ServiceChangedStubTest, CountsAboveTheLimitAreRefusedBeforeReading)
+{
+    struct Row {
+        // None: the stub's default limit.
+        std::optional<uint32_t> limit;
+        uint32_t count;
+        bool accepted;
+    };
+    const std::vector<Row> rows = {
+        {3, 3, true}, {3, 4, false}, {{}, 1024, true}, {{}, 1025, false}, {{}, 0xFFFFFFFFu, false},
+        {0, 0, true}, {0, 1, false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE("limit " + (row.limit ? std::to_string(*row.limit) : "default") + ", count " +
+                     std::to_string(row.count));
+        Journal journal;
+        sptr<RecordingServiceChanged> stub =
+            row.limit ? new RecordingServiceChanged(journal, *row.limit) : new RecordingServiceChanged(journal);
+        std::vector<std::string> entries(std::min<uint32_t>(row.count, 1025), "e");
+        LogCapture log;
+        int32_t result = Send(*stub, 0, kServiceChanged, ServiceEvent(1, row.count, entries)).result;
+        if (row.accepted) {
+            EXPECT_EQ(result, Journal::kResult);
+            ASSERT_EQ(journal.calls.size(), 1u);
+            EXPECT_EQ(journal.serviceInfos.size(), row.count);
+        } else {
+            EXPECT_EQ(result, 1001);
+            EXPECT_TRUE(journal.calls.empty());
+            // The count line and nothing after it: no entry was read.
+            EXPECT_EQ(AllLines(log), std::vector<std::string>{"I OnDeviceEvent# deviceNum: " +
+                                                              std::to_string(static_cast<int32_t>(row.count))});
+        }
+    }
+}
+
+// The record outlives the stub that decoded it.
+TEST(DeviceDetectStubTest, HandlerMayKeepTheRecord)
+{
+    Journal journal;
+    sptr<RecordingDeviceDetect> stub = new RecordingDeviceDetect(journal);
+    Send(*stub, 0, u"Tavik.Syntavo.IDeviceDetectCallback", [](MessageParcel& d) {
+        d.WriteInt32(-2);
+        WriteDevice(d, "kept");
+    });
+    stub = nullptr;
+    EXPECT_EQ(journal.calls, std::vector<std::string>{"OnDeviceEvent -2 kept"});
+    ASSERT_NE(journal.keptDevice, nullptr);
+    EXPECT_EQ(journal.keptDevice->GetDeviceNetworkId(), "net-kept");
+}
+
+TEST(StubDecoderTest, DecodersReadOnlyWhatFollowsTheToken)
+{
+    MessageParcel reply;
+    MessageOption option;
+    Journal journal;
+    MessageParcel deliver;
+    deliver.WriteString("direct");
+    sptr<RecordingServiceDeliver> deliverStub = new RecordingServiceDeliver(journal);
+    EXPECT_EQ(deliverStub->ServiceDeliverCallbackStub::OnDeliver(deliver, reply, option), Journal::kResult);
+    MessageParcel dialog;
+    sptr<RecordingDialogEvent> dialogStub = new RecordingDialogEvent(journal);
+    EXPECT_EQ(dialogStub->DialogEventCallbackStub::OnDialogEventReply(dialog, reply, option), Journal::kResult);
+    MessageParcel publish;
+    WritePublishEvent(publish, 3, 9);
+    sptr<RecordingServicePublish> publishStub = new RecordingServicePublish(journal);
+    EXPECT_EQ(publishStub->ServicePublishCallbackStub::OnPublishEvent(publish, reply, option), Journal::kResult);
+    MessageParcel device;
+    WriteDevice(device, "d");
+    sptr<RecordingDeviceChanged> deviceStub = new RecordingDeviceChanged(journal);
+    EXPECT_EQ(deviceStub->DeviceChangedCallbackStub::OnDeviceOffline(device, reply, option), Journal::kResult);
+    EXPECT_EQ(journal.calls, (std::vector<std::string>{"OnDeliver direct", "OnDialogEventReply ", "OnPublishEvent 3/9",
+                                                       "OnDeviceOffline d"}));
+    EXPECT_EQ(reply.GetDataSize(), 0u);
+}
+
+}  // namespace
+}  // namespace Test
+}  // namespace Syntavo
+}  // namespace Tavik
