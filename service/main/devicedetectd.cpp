@@ -61,6 +61,9 @@ void StartScenario(Sim::ScenarioPlayer& player, Sim::Simulator& simulator, const
         simulator.SetStepHandler([&player](std::string& detail) {
             Sim::ControlResult result = player.Step();
             PrintStep(0, result);
+            if (result.status == Sim::SIM_OK && player.NextIndex() >= player.Size()) {
+                std::cout << "devicedetectd: scenario done" << std::endl;
+            }
             detail = result.detail;
             return result.status;
         });
