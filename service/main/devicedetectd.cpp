@@ -101,7 +101,8 @@ int main(int argc, char** argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
-        return app.exit(e);
+        // One exit code for bad usage, not CLI11's code per kind of error.
+        return app.exit(e) == 0 ? 0 : EXIT_USAGE;
     }
     SetStderrTimestamps(true);
     if (!logLevel.empty()) {

@@ -291,6 +291,9 @@ TEST_F(IntegrationTest, DaemonStartAndStopRules)
     RunResult rejected = DeviceDetectIntegration::Run({DEVICEDETECTD_PATH, "--runtime-dir", dir, "--world", bad});
     EXPECT_EQ(rejected.exitCode, 2);
     EXPECT_NE(rejected.err.find("devices[0].networkId: missing"), std::string::npos) << rejected.err;
+    RunResult excluded =
+        DeviceDetectIntegration::Run({DEVICEDETECTD_PATH, "--runtime-dir", dir, "--world", bad, "--scenario", bad});
+    EXPECT_EQ(excluded.exitCode, 2) << excluded.err;
     RemoveTree(dir);
 
     ASSERT_TRUE(daemon_->Start({"--world", std::string(EXAMPLES_DIR) + "/home.json"})) << daemon_->Output();
