@@ -61,6 +61,9 @@ void StartScenario(Sim::ScenarioPlayer& player, Sim::Simulator& simulator, const
         simulator.SetStepHandler([&player](std::string& detail) {
             Sim::ControlResult result = player.Step();
             PrintStep(0, result);
+            if (result.status == Sim::SIM_OK && player.NextIndex() >= player.Size()) {
+                std::cout << "devicedetectd: scenario done" << std::endl;
+            }
             detail = result.detail;
             return result.status;
         });
@@ -98,7 +101,8 @@ int main(int argc, char** argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
-        return app.exit(e);
+        // One exit code for bad usage, not CLI11's code per kind of error.
+        return app.exit(e) == 0 ? 0 : EXIT_USAGE;
     }
     SetStderrTimestamps(true);
     if (!logLevel.empty()) {

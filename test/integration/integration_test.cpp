@@ -291,10 +291,36 @@ TEST_F(IntegrationTest, DaemonStartAndStopRules)
     RunResult rejected = DeviceDetectIntegration::Run({DEVICEDETECTD_PATH, "--runtime-dir", dir, "--world", bad});
     EXPECT_EQ(rejected.exitCode, 2);
     EXPECT_NE(rejected.err.find("devices[0].networkId: missing"), std::string::npos) << rejected.err;
+    RunResult excluded =
+        DeviceDetectIntegration::Run({DEVICEDETECTD_PATH, "--runtime-dir", dir, "--world", bad, "--scenario", bad});
+    EXPECT_EQ(excluded.exitCode, 2) << excluded.err;
     RemoveTree(dir);
 
     ASSERT_TRUE(daemon_->Start({"--world", std::string(EXAMPLES_DIR) + "/home.json"})) << daemon_->Output();
     EXPECT_NE(daemon_->Output().find("4 devices, 3 online"), std::string::npos) << daemon_->Output();
+}
+
+TEST_F(IntegrationTest, StepModeScenarioAnnouncesItsEnd)
+{
+    ASSERT_EQ(daemon_->Stop(SIGTERM), 0);
+    std::string dir = MakeTempDir();
+    std::string file = dir + "/two_steps.json";
+    FILE* out = fopen(file.c_str(), "w");
+    ASSERT_NE(out, nullptr);
+    fputs(R"({"steps":[{"action":"online","device":"udid-car-0001"},{"action":"offline","device":"udid-car-0001"}]})",
+          out);
+    fclose(out);
+    ASSERT_TRUE(daemon_->Start({"--scenario", file, "--step"})) << daemon_->Output();
+
+    EXPECT_EQ(Cli({"sim", "step"}).exitCode, 0);
+    EXPECT_EQ(daemon_->Output().find("scenario done"), std::string::npos) << daemon_->Output();
+    EXPECT_EQ(Cli({"sim", "step"}).exitCode, 0);
+    EXPECT_TRUE(WaitUntil([this] { return daemon_->Output().find("scenario done") != std::string::npos; }))
+        << daemon_->Output();
+    RunResult past = Cli({"sim", "step"});
+    EXPECT_EQ(past.exitCode, 1);
+    EXPECT_NE(past.err.find("SIM_ERR_NO_SCENARIO"), std::string::npos) << past.err;
+    RemoveTree(dir);
 }
 
 TEST_F(IntegrationTest, CliAgainstTheDaemon)
@@ -312,6 +338,15 @@ TEST_F(IntegrationTest, CliAgainstTheDaemon)
     RunResult unknown = Cli({"sim", "online", "ghost"});
     EXPECT_EQ(unknown.exitCode, 1);
     EXPECT_NE(unknown.err.find("SIM_ERR_NO_SUCH_DEVICE"), std::string::npos) << unknown.err;
+
+    for (const std::vector<std::string>& badUsage :
+         std::vector<std::vector<std::string>>{{"list", "--nope"}, {"sim", "remove", "a", "b"}, {"dynamic"}, {}}) {
+        RunResult bad = Cli(badUsage);
+        EXPECT_EQ(bad.exitCode, 2) << bad.err;
+    }
+    RunResult help = Cli({"sim", "online", "--help"});
+    EXPECT_EQ(help.exitCode, 0);
+    EXPECT_NE(help.out.find("Udid or network id"), std::string::npos) << help.out;
 
     std::string empty = MakeTempDir();
     RunResult unreachable = DeviceDetectIntegration::Run({DEVICEDETECT_PATH, "--runtime-dir", empty, "list"});

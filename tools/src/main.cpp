@@ -21,7 +21,9 @@ int main(int argc, char** argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
-        return app.exit(e);
+        // CLI11 has an exit code per kind of parse error; scripts get the
+        // one documented code for bad usage (help and version stay 0).
+        return app.exit(e) == 0 ? 0 : 2;
     }
     if (ctx.logLevel.empty() && std::getenv("TAVIK_LOG_LEVEL") == nullptr) {
         // The CLI reports every failure itself, with the status name; the
