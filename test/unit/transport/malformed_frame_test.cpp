@@ -106,7 +106,6 @@ TEST_F(RawServerTest, OnlyAWellFormedReplyCompletesTheCallAndABadOneEndsTheConne
         int32_t status;
     };
     const Case cases[] = {
-        {"well-formed reply", [](const FrameHeader& request) { return Reply(request.callId, 1234); }, 1234},
         {"reply to another call id", [](const FrameHeader& request) { return Reply(request.callId + 100, 0); },
          IPC_ERR_DEAD_OBJECT},
         {"reply returning an object the client never exported",
@@ -118,6 +117,8 @@ TEST_F(RawServerTest, OnlyAWellFormedReplyCompletesTheCallAndABadOneEndsTheConne
                  "04000000 5456 01 01 0100000000000000 04000000 01000000 00000000 0000 0000 00000000");
          },
          IPC_ERR_DEAD_OBJECT},
+        // Last: the connection it leaves open would be reused by a next case.
+        {"well-formed reply", [](const FrameHeader& request) { return Reply(request.callId, 1234); }, 1234},
     };
     bool first = true;
     for (const auto& testCase : cases) {

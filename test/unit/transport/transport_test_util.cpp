@@ -27,23 +27,17 @@ TestService::TestService() : sameObject_(new CallbackStub()) {}
 int32_t TestService::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option)
 {
     switch (code) {
-        case ECHO: {
+        case ECHO:
             reply.WriteInt32(data.ReadInt32());
             reply.WriteInt32(static_cast<int32_t>(getpid()));
             return IPC_OK;
-        }
         case CALL_BACK: {
             sptr<IRemoteObject> callback = data.ReadRemoteObject();
-            int32_t value = data.ReadInt32();
             if (callback == nullptr) {
                 return IPC_ERR_INVALID_DATA;
             }
-            MessageParcel request;
             MessageParcel answer;
-            MessageOption callOption;
-            request.WriteInt32(value);
-            int32_t status = callback->SendRequest(ECHO, request, answer, callOption);
-            reply.WriteInt32(status);
+            reply.WriteInt32(Call(callback, ECHO, data.ReadInt32(), answer));
             reply.WriteInt32(answer.ReadInt32());
             return IPC_OK;
         }
@@ -116,20 +110,10 @@ int32_t CallbackStub::OnRemoteRequest(uint32_t code, MessageParcel& data, Messag
     }
     ++calls_;
     int32_t value = data.ReadInt32();
-    if (server_ == nullptr) {
-        reply.WriteInt32(value * 10);
-        return IPC_OK;
-    }
-    MessageParcel request;
-    MessageParcel answer;
-    MessageOption callOption;
-    request.WriteInt32(value + 1);
-    int32_t status = server_->SendRequest(ECHO, request, answer, callOption);
-    if (status != IPC_OK) {
-        return status;
-    }
-    reply.WriteInt32(answer.ReadInt32());
-    return IPC_OK;
+    int32_t answer = value * 10;
+    int32_t status = server_ == nullptr ? IPC_OK : Echo(server_, value + 1, &answer);
+    reply.WriteInt32(answer);
+    return status;
 }
 
 std::thread::id CallbackStub::LastThread()
