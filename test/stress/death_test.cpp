@@ -30,6 +30,8 @@ using Transport::GetTransportStats;
 
 constexpr int CALLER_THREADS = 8;
 constexpr int CALLS_PER_REPETITION = 100;
+// A caller's status when its reply carried another thread's value.
+constexpr int32_t WRONG_ANSWER = -12345;
 
 int EnvCount(const char* name, int fallback)
 {
@@ -107,8 +109,9 @@ bool TransportIdle()
            stats.pendingCalls == 0;
 }
 
-// 8 threads share 100 calls (ECHO, then BLOCK once the 100 are handed out,
-// so that a thread that runs out of calls still has one in flight). The
+// 8 threads share 100 calls (ECHO of the thread's number, each answer
+// checked, then BLOCK once the 100 are handed out, so that a thread that runs
+// out of calls still has one in flight). The
 // service is killed once `killAfter` calls have finished. Returns each
 // thread's last status; `slowestWake` keeps the longest a caller took to
 // return after the kill.
@@ -129,6 +132,9 @@ std::vector<int32_t> CallAndKill(const sptr<IRemoteObject>& remote, HelperProces
                 // that a caller woken by the death and one that merely timed
                 // out tell apart.
                 lastStatus[t] = Call(remote, echo ? ECHO : BLOCK, t, reply, 5);
+                if (lastStatus[t] == IPC_OK && reply.ReadInt32() != t) {
+                    lastStatus[t] = WRONG_ANSWER;
+                }
                 if (lastStatus[t] != IPC_OK) {
                     break;
                 }

@@ -98,27 +98,6 @@ TEST_F(CrossProcessTest, CallbackRunsOnAnIpcThreadAndMayCallThePeerWhileThePeerW
     }
 }
 
-TEST_F(CrossProcessTest, ConcurrentCallersEachGetTheirOwnReply)
-{
-    sptr<IRemoteObject> remote = StartServer();
-    ASSERT_NE(remote, nullptr);
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&, t] {
-            for (int value = t * 1000; value < t * 1000 + 50; ++value) {
-                int32_t answer = -1;
-                wrong += Echo(remote, value, &answer) != IPC_OK || answer != value;
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(wrong.load(), 0);
-    EXPECT_EQ(GetTransportStats().pendingCalls, 0u);
-}
-
 TEST_F(CrossProcessTest, PeerDroppingItsProxyReleasesOurExport)
 {
     sptr<IRemoteObject> remote = StartServer();

@@ -5,7 +5,8 @@
 // A stream is written as in the parcel vectors (hex pieces in wire order),
 // with extras: `Z<n>` is n zero bytes, `<hex>*<n>` is the piece n times,
 // `EOF` hangs up our sending side there, `WAIT` waits for the server's next
-// frame before sending on (so that an object it exports in a reply exists).
+// frame before sending on (so that an object it exports in a reply exists),
+// `TRICKLE` sends the bytes after it one at a time.
 // Headers are written field by field:
 //
 //   length   magic ver kind callId           target   code     flags    objs res
@@ -60,6 +61,7 @@ const FrameVector FRAME_VECTORS[] = {
     {"echo", ECHO_1, "reply 1 0 07000000; open"},
     {"echo without data reads 0", "00000000 5456 01 01 0100000000000000 00000000 01000000 00000000 0000 0000",
      "reply 1 0 00000000; open"},
+    {"frame trickled in byte by byte", "TRICKLE " ECHO_1, "reply 1 0 07000000; open"},
     {"two frames in one write", ECHO_1 ECHO_2, "reply 1 0 07000000; reply 2 0 08000000; open"},
     {"one-way record gets no reply",
      "04000000 5456 01 01 0000000000000000 00000000 08000000 01000000 0000 0000 05000000 " ECHO_2,
@@ -168,9 +170,10 @@ const FrameVector FRAME_VECTORS[] = {
 #undef ECHO_2
 #undef GET_OBJECT_1
 
-// Byte runs to send, split where we hang up (EOF) or wait for a frame (WAIT).
+// Byte runs to send, split where we hang up (EOF), wait for a frame (WAIT)
+// or start sending byte by byte (TRICKLE).
 struct Piece {
-    enum Kind { BYTES, HANG_UP, WAIT } kind;
+    enum Kind { BYTES, HANG_UP, WAIT, TRICKLE } kind;
     std::vector<uint8_t> bytes;
 };
 
@@ -182,7 +185,9 @@ std::vector<Piece> ParseStream(const std::string& spec)
     while (words >> word) {
         std::vector<uint8_t>& bytes = pieces.back().bytes;
         size_t star = word.find('*');
-        if (word == "EOF" || word == "WAIT") {
+        if (word == "TRICKLE") {
+            pieces.push_back({Piece::TRICKLE, {}});
+        } else if (word == "EOF" || word == "WAIT") {
             pieces.push_back({word == "EOF" ? Piece::HANG_UP : Piece::WAIT, {}});
             pieces.push_back({Piece::BYTES, {}});
         } else if (word[0] == 'Z') {
@@ -326,6 +331,11 @@ TEST_P(FrameVectorTest, ServerAnswersAsExpectedAndKeepsNothing)
             shutdown(fd, SHUT_WR);
         } else if (piece.kind == Piece::WAIT) {
             ASSERT_TRUE(takeFrame()) << "no frame came before WAIT";
+        } else if (piece.kind == Piece::TRICKLE) {
+            for (uint8_t byte : piece.bytes) {
+                ASSERT_TRUE(RawSend(fd, &byte, 1));
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
+            }
         } else if (!RawSend(fd, piece.bytes.data(), piece.bytes.size())) {
             break;  // the server may close before taking all of a bad frame
         }

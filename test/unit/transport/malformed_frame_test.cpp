@@ -1,6 +1,6 @@
-// A frame trickled in byte by byte, and a hand-made server against a client
-// of this process: a bad reply ends the connection that carried it, and
-// nothing else. (Bad frames sent to a server are the frame vectors.)
+// A hand-made server against a client of this process: a bad reply ends the
+// connection that carried it, and nothing else. (Frames sent to a server are
+// the frame vectors.)
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -24,26 +24,6 @@ namespace {
 
 using Transport::FrameHeader;
 using Transport::FrameKind;
-
-using MalformedFrameTest = PublishedServiceTest;
-
-TEST_F(MalformedFrameTest, FrameSplitAcrossWritesIsReassembled)
-{
-    int fd = RawConnect(GetSystemAbilitySocketPath(id_));
-    ASSERT_GE(fd, 0);
-    for (uint8_t byte :
-         DdTest::ParseSpec("04000000 5456 01 01 0300000000000000 00000000 01000000 00000000 0000 0000 09000000")) {
-        ASSERT_TRUE(RawSend(fd, &byte, 1));
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
-    }
-    FrameHeader reply{};
-    std::vector<uint8_t> body;
-    ASSERT_TRUE(ReadFrame(fd, reply, body));
-    EXPECT_EQ(reply.callId, 3u);
-    ASSERT_FALSE(body.empty());
-    EXPECT_EQ(body[0], 9);
-    close(fd);
-}
 
 // A reply to `callId` carrying `body` (object entries only when `objects`).
 std::vector<uint8_t> Reply(uint64_t callId, int32_t status, const std::string& body = "", uint16_t objects = 0)
