@@ -50,6 +50,11 @@ struct FrameVector {
     const char* outcome;
 };
 
+void PrintTo(const FrameVector& vector, std::ostream* out)
+{
+    *out << vector.name;
+}
+
 // Shorthand pieces, spelled out once here so that the table stays readable.
 #define ECHO_1 "04000000 5456 01 01 0100000000000000 00000000 01000000 00000000 0000 0000 07000000 "
 #define ECHO_2 "04000000 5456 01 01 0200000000000000 00000000 01000000 00000000 0000 0000 08000000 "

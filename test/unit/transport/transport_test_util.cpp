@@ -87,45 +87,18 @@ int32_t TestService::OnRemoteRequest(uint32_t code, MessageParcel& data, Message
     }
 }
 
-CallbackStub::CallbackStub(sptr<IRemoteObject> server, bool* destroyed)
-    : server_(std::move(server)), destroyed_(destroyed)
-{
-}
-
-CallbackStub::~CallbackStub()
-{
-    if (destroyed_ != nullptr) {
-        *destroyed_ = true;
-    }
-}
-
 int32_t CallbackStub::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option)
 {
     if (code != ECHO) {
         return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
     }
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        lastThread_ = std::this_thread::get_id();
-    }
+    lastThread_ = std::this_thread::get_id();
     ++calls_;
     int32_t value = data.ReadInt32();
     int32_t answer = value * 10;
     int32_t status = server_ == nullptr ? IPC_OK : Echo(server_, value + 1, &answer);
     reply.WriteInt32(answer);
     return status;
-}
-
-std::thread::id CallbackStub::LastThread()
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    return lastThread_;
-}
-
-void DeathCounter::OnRemoteDied(const wptr<IRemoteObject>& object)
-{
-    last_ = object.GetRefPtr();
-    ++count_;
 }
 
 ScopedRuntimeDir::ScopedRuntimeDir()

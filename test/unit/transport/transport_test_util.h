@@ -69,24 +69,35 @@ private:
 // callback). Records the threads it ran on.
 class CallbackStub : public IPCObjectStub {
 public:
-    explicit CallbackStub(sptr<IRemoteObject> server = nullptr, bool* destroyed = nullptr);
-    ~CallbackStub() override;
+    explicit CallbackStub(sptr<IRemoteObject> server = nullptr, bool* destroyed = nullptr)
+        : server_(std::move(server)), destroyed_(destroyed)
+    {
+    }
+    ~CallbackStub() override
+    {
+        if (destroyed_ != nullptr) {
+            *destroyed_ = true;
+        }
+    }
     int32_t OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) override;
 
     int Calls() const { return calls_.load(); }
-    std::thread::id LastThread();
+    std::thread::id LastThread() const { return lastThread_.load(); }
 
 private:
     sptr<IRemoteObject> server_;
     bool* destroyed_;
     std::atomic<int> calls_{0};
-    std::mutex mutex_;
-    std::thread::id lastThread_;
+    std::atomic<std::thread::id> lastThread_{};
 };
 
 class DeathCounter : public IRemoteObject::DeathRecipient {
 public:
-    void OnRemoteDied(const wptr<IRemoteObject>& object) override;
+    void OnRemoteDied(const wptr<IRemoteObject>& object) override
+    {
+        last_ = object.GetRefPtr();
+        ++count_;
+    }
     int Count() const { return count_.load(); }
     IRemoteObject* LastObject() const { return last_.load(); }
 
