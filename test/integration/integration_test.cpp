@@ -1,11 +1,12 @@
 // The client library and devicedetectd in separate processes.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <thread>
 
@@ -40,51 +41,41 @@ bool WaitUntil(const std::function<bool()>& done)
     return true;
 }
 
-bool Exists(const std::string& path)
-{
-    struct stat info;
-    return stat(path.c_str(), &info) == 0;
-}
-
-class Recorder : public DeviceChangedCallbackStub {
+// The events a callback saw, each as one line.
+class EventLog {
 public:
-    int32_t OnDeviceOnline(DeviceInfo& device) override { return Note("online " + device.GetDeviceUdid()); }
-    int32_t OnDeviceOffline(DeviceInfo& device) override { return Note("offline " + device.GetDeviceUdid()); }
-    int32_t OnDeviceReady(DeviceInfo& device) override { return Note("ready " + device.GetDeviceUdid()); }
     std::vector<std::string> Events()
     {
         std::lock_guard<std::mutex> lock(mutex_);
         return events_;
     }
 
-private:
+protected:
     int32_t Note(const std::string& event)
     {
         std::lock_guard<std::mutex> lock(mutex_);
         events_.push_back(event);
         return 0;
     }
-    std::mutex mutex_;
-    std::vector<std::string> events_;
-};
-
-class ServiceRecorder : public ServiceChangedCallbackStub {
-public:
-    int32_t OnDeviceEvent(int32_t event, std::vector<DeviceServiceInfo> infos) override
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        events_.push_back(std::to_string(event) + " " + (infos.empty() ? "" : infos[0].GetDeviceId()));
-        return 0;
-    }
-    std::vector<std::string> Events()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return events_;
-    }
 
 private:
     std::mutex mutex_;
     std::vector<std::string> events_;
+};
+
+class Recorder : public DeviceChangedCallbackStub, public EventLog {
+public:
+    int32_t OnDeviceOnline(DeviceInfo& device) override { return Note("online " + device.GetDeviceUdid()); }
+    int32_t OnDeviceOffline(DeviceInfo& device) override { return Note("offline " + device.GetDeviceUdid()); }
+    int32_t OnDeviceReady(DeviceInfo& device) override { return Note("ready " + device.GetDeviceUdid()); }
+};
+
+class ServiceRecorder : public ServiceChangedCallbackStub, public EventLog {
+public:
+    int32_t OnDeviceEvent(int32_t event, std::vector<DeviceServiceInfo> infos) override
+    {
+        return Note(std::to_string(event) + " " + (infos.empty() ? "" : infos[0].GetDeviceId()));
+    }
 };
 
 class IntegrationTest : public ::testing::Test {
@@ -259,10 +250,9 @@ TEST_F(IntegrationTest, StoppedServiceFailsTheCallAtItsWaitTime)
     EXPECT_EQ(proxy->GetDeviceSwitch("udid-tv-0001"), Tavik::Syntavo::DD_ERR_SEND_REQUEST_FAILED);
     auto waited = std::chrono::steady_clock::now() - begin;
     kill(daemon_->Pid(), SIGCONT);
-    // The request's wait time is 8 s: the call neither hangs nor gives up
-    // long before it.
+    // The request's wait time is 8 s: the call does not give up long before
+    // it (a hang is the test time-out's to catch).
     EXPECT_GE(waited, std::chrono::seconds(7));
-    EXPECT_LT(waited, std::chrono::seconds(30));
     // A stopped service is not a dead one: the connection stays and the next
     // call is answered.
     EXPECT_EQ(DeviceDetectProxy::GetInstance(), proxy);
@@ -277,17 +267,15 @@ TEST_F(IntegrationTest, DaemonStartAndStopRules)
     EXPECT_EQ(second.Stop(SIGTERM), 1);
 
     std::string socket = runtimeDir_ + "/sa-70635.sock";
-    EXPECT_TRUE(Exists(socket));
+    EXPECT_EQ(access(socket.c_str(), F_OK), 0);
     EXPECT_EQ(daemon_->Stop(SIGTERM), 0);
-    EXPECT_FALSE(Exists(socket));
+    EXPECT_NE(access(socket.c_str(), F_OK), 0);
     EXPECT_NE(daemon_->Output().find("stopped (SIGTERM)"), std::string::npos);
 
     std::string dir = MakeTempDir();
     std::string bad = dir + "/bad.json";
-    FILE* file = fopen(bad.c_str(), "w");
-    ASSERT_NE(file, nullptr);
-    fputs(R"({"local":{"udid":"l","networkId":"n","name":"x","type":"PHONE"},"devices":[{"udid":"a"}]})", file);
-    fclose(file);
+    std::ofstream(bad)
+        << R"({"local":{"udid":"l","networkId":"n","name":"x","type":"PHONE"},"devices":[{"udid":"a"}]})";
     RunResult rejected = DeviceDetectIntegration::Run({DEVICEDETECTD_PATH, "--runtime-dir", dir, "--world", bad});
     EXPECT_EQ(rejected.exitCode, 2);
     EXPECT_NE(rejected.err.find("devices[0].networkId: missing"), std::string::npos) << rejected.err;

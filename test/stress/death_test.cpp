@@ -2,7 +2,6 @@
 // service holds their objects. The service is a TestService in a helper
 // process (a copy of this binary), so a repetition costs one process start.
 #include <dirent.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -11,6 +10,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <random>
 #include <string>
 #include <thread>
@@ -30,6 +30,8 @@ using Transport::GetTransportStats;
 
 constexpr int CALLER_THREADS = 8;
 constexpr int CALLS_PER_REPETITION = 100;
+// A caller's status when its reply carried another thread's value.
+constexpr int32_t WRONG_ANSWER = -12345;
 
 int EnvCount(const char* name, int fallback)
 {
@@ -38,32 +40,32 @@ int EnvCount(const char* name, int fallback)
     return count > 0 ? count : fallback;
 }
 
-size_t CountEntries(const char* dir)
+// The entries of a /proc directory, each as `describe` puts it.
+std::vector<std::string> ProcEntries(const std::string& dir, std::string (*describe)(const std::string& path))
 {
-    DIR* handle = opendir(dir);
-    if (handle == nullptr) {
-        return 0;
+    std::vector<std::string> entries;
+    if (DIR* handle = opendir(dir.c_str())) {
+        while (dirent* entry = readdir(handle)) {
+            if (entry->d_name[0] != '.') {
+                entries.push_back(describe(dir + "/" + entry->d_name));
+            }
+        }
+        closedir(handle);
     }
-    size_t count = 0;
-    while (dirent* entry = readdir(handle)) {
-        count += entry->d_name[0] != '.';
-    }
-    closedir(handle);
-    return count;
+    return entries;
 }
 
-std::string ThreadName(const char* tid)
+std::string FdTarget(const std::string& path)
 {
-    std::string path = std::string("/proc/self/task/") + tid + "/comm";
+    char target[256] = {};
+    ssize_t length = readlink(path.c_str(), target, sizeof(target) - 1);
+    return length > 0 ? std::string(target, static_cast<size_t>(length)) : "?";
+}
+
+std::string ThreadName(const std::string& path)
+{
     std::string name;
-    if (FILE* comm = std::fopen(path.c_str(), "r")) {
-        char buffer[32] = {};
-        if (std::fgets(buffer, sizeof(buffer), comm) != nullptr) {
-            name = buffer;
-            name.erase(name.find_last_not_of('\n') + 1);
-        }
-        std::fclose(comm);
-    }
+    std::ifstream(path + "/comm") >> name;
     return name;
 }
 
@@ -74,27 +76,12 @@ std::string ThreadName(const char* tid)
 // what it is.
 std::vector<std::string> ThreadsBesideIpcPool(size_t* poolThreads = nullptr)
 {
-    std::vector<std::string> threads;
-    size_t pool = 0;
-    DIR* handle = opendir("/proc/self/task");
-    if (handle == nullptr) {
-        return threads;
-    }
-    while (dirent* entry = readdir(handle)) {
-        if (entry->d_name[0] == '.') {
-            continue;
-        }
-        std::string name = ThreadName(entry->d_name);
-        if (name == "tavik-ipc") {
-            ++pool;
-        } else {
-            threads.push_back(std::string(entry->d_name) + ":" + name);
-        }
-    }
-    closedir(handle);
+    std::vector<std::string> threads = ProcEntries("/proc/self/task", ThreadName);
+    auto pool = std::remove(threads.begin(), threads.end(), "tavik-ipc");
     if (poolThreads != nullptr) {
-        *poolThreads = pool;
+        *poolThreads = static_cast<size_t>(threads.end() - pool);
     }
+    threads.erase(pool, threads.end());
     return threads;
 }
 
@@ -105,33 +92,6 @@ std::string Join(const std::vector<std::string>& items)
         joined += (joined.empty() ? "" : ", ") + item;
     }
     return joined;
-}
-
-// Each open descriptor with what it refers to, for the failure message.
-std::string DescribeFds()
-{
-    std::string described;
-    DIR* handle = opendir("/proc/self/fd");
-    if (handle == nullptr) {
-        return described;
-    }
-    while (dirent* entry = readdir(handle)) {
-        if (entry->d_name[0] == '.') {
-            continue;
-        }
-        char target[256] = {};
-        std::string path = std::string("/proc/self/fd/") + entry->d_name;
-        ssize_t length = readlink(path.c_str(), target, sizeof(target) - 1);
-        described += std::string(described.empty() ? "" : ", ") + entry->d_name + "->" +
-                     (length > 0 ? std::string(target, static_cast<size_t>(length)) : "?");
-    }
-    closedir(handle);
-    return described;
-}
-
-size_t OpenFds()
-{
-    return CountEntries("/proc/self/fd") - 1;  // less the one reading the list
 }
 
 // Every pool thread the counter knows of runs and carries its name.
@@ -149,56 +109,48 @@ bool TransportIdle()
            stats.pendingCalls == 0;
 }
 
-int32_t Call(const sptr<IRemoteObject>& remote, uint32_t code, int32_t value)
-{
-    MessageParcel data;
-    MessageParcel reply;
-    // Far above the time a death takes to reach a caller, so that a caller
-    // woken by the death and one that merely timed out tell apart.
-    MessageOption option = SyncOption(5);
-    data.WriteInt32(value);
-    return remote->SendRequest(code, data, reply, option);
-}
-
-struct RepetitionResult {
-    std::vector<int32_t> lastStatus;
-    Clock::duration slowestWake{};
-};
-
-// 8 threads share 100 calls (ECHO, then BLOCK once the 100 are handed out,
-// so that a thread that runs out of calls still has one in flight). The
-// service is killed once `killAfter` calls have finished.
-RepetitionResult CallAndKill(const sptr<IRemoteObject>& remote, HelperProcess& service, int killAfter)
+// 8 threads share 100 calls (ECHO of the thread's number, each answer
+// checked, then BLOCK once the 100 are handed out, so that a thread that runs
+// out of calls still has one in flight). The
+// service is killed once `killAfter` calls have finished. Returns each
+// thread's last status; `slowestWake` keeps the longest a caller took to
+// return after the kill.
+std::vector<int32_t> CallAndKill(const sptr<IRemoteObject>& remote, HelperProcess& service, int killAfter,
+                                 Clock::duration& slowestWake)
 {
     std::atomic<int> handedOut{0};
     std::atomic<int> finished{0};
-    std::atomic<Clock::rep> killedAt{0};
-    RepetitionResult result;
-    result.lastStatus.assign(CALLER_THREADS, IPC_OK);
-    std::vector<Clock::duration> wake(CALLER_THREADS);
+    std::vector<int32_t> lastStatus(CALLER_THREADS, IPC_OK);
+    std::vector<Clock::time_point> woke(CALLER_THREADS);
     std::vector<std::thread> callers;
     for (int t = 0; t < CALLER_THREADS; ++t) {
         callers.emplace_back([&, t] {
             for (;;) {
                 bool echo = handedOut.fetch_add(1) < CALLS_PER_REPETITION;
-                int32_t status = Call(remote, echo ? ECHO : BLOCK, t);
-                if (status != IPC_OK) {
-                    result.lastStatus[t] = status;
-                    wake[t] = Clock::now().time_since_epoch() - Clock::duration(killedAt.load());
-                    return;
+                MessageParcel reply;
+                // Far above the time a death takes to reach a caller, so
+                // that a caller woken by the death and one that merely timed
+                // out tell apart.
+                lastStatus[t] = Call(remote, echo ? ECHO : BLOCK, t, reply, 5);
+                if (lastStatus[t] == IPC_OK && reply.ReadInt32() != t) {
+                    lastStatus[t] = WRONG_ANSWER;
+                }
+                if (lastStatus[t] != IPC_OK) {
+                    break;
                 }
                 finished.fetch_add(1);
             }
+            woke[t] = Clock::now();
         });
     }
     WaitUntil([&] { return finished.load() >= killAfter; }, std::chrono::seconds(30));
-    killedAt = Clock::now().time_since_epoch().count();
+    Clock::time_point killedAt = Clock::now();
     service.Kill();
-    for (auto& caller : callers) {
-        caller.join();
+    for (int t = 0; t < CALLER_THREADS; ++t) {
+        callers[t].join();
+        slowestWake = std::max(slowestWake, woke[t] - killedAt);
     }
-    result.slowestWake = *std::max_element(wake.begin(), wake.end());
-    return result;
+    return lastStatus;
 }
 
 class ServiceDeathTest : public ::testing::Test {
@@ -214,9 +166,8 @@ TEST_F(ServiceDeathTest, KilledUnderLoadFailsEveryCallerNotifiesOnceAndLeavesNot
     const int repetitions = EnvCount("DD_STRESS_DEATH_REPETITIONS", 200);
     std::mt19937 random(12345);
     std::vector<sptr<DeathCounter>> deaths;
-    size_t fdsBefore = 0;
+    std::vector<std::string> fdsBefore;
     std::vector<std::string> threadsBefore;
-    std::string fdsBeforeDescribed;
     Clock::duration slowestWake{};
     auto start = Clock::now();
 
@@ -225,8 +176,7 @@ TEST_F(ServiceDeathTest, KilledUnderLoadFailsEveryCallerNotifiesOnceAndLeavesNot
         if (repetition == 1) {
             ASSERT_TRUE(WaitUntil(TransportIdle));
             ASSERT_TRUE(WaitUntil(IpcPoolSettled));
-            fdsBefore = OpenFds();
-            fdsBeforeDescribed = DescribeFds();
+            fdsBefore = ProcEntries("/proc/self/fd", FdTarget);
             threadsBefore = ThreadsBesideIpcPool();
         }
         HelperProcess service;
@@ -239,11 +189,9 @@ TEST_F(ServiceDeathTest, KilledUnderLoadFailsEveryCallerNotifiesOnceAndLeavesNot
         ASSERT_TRUE(remote->AddDeathRecipient(death));
         deaths.push_back(death);
 
-        RepetitionResult result = CallAndKill(remote, service, static_cast<int>(random() % CALLS_PER_REPETITION));
-        for (int t = 0; t < CALLER_THREADS; ++t) {
-            ASSERT_EQ(result.lastStatus[t], IPC_ERR_DEAD_OBJECT) << "repetition " << repetition << " thread " << t;
-        }
-        slowestWake = std::max(slowestWake, result.slowestWake);
+        std::vector<int32_t> lastStatus =
+            CallAndKill(remote, service, static_cast<int>(random() % CALLS_PER_REPETITION), slowestWake);
+        ASSERT_EQ(lastStatus, std::vector<int32_t>(CALLER_THREADS, IPC_ERR_DEAD_OBJECT)) << "repetition " << repetition;
         ASSERT_TRUE(WaitUntil([&] { return death->Count() > 0; })) << "repetition " << repetition;
         EXPECT_TRUE(remote->IsObjectDead());
     }
@@ -253,10 +201,15 @@ TEST_F(ServiceDeathTest, KilledUnderLoadFailsEveryCallerNotifiesOnceAndLeavesNot
     // finishes its exit, longer on a loaded machine.
     // Fewer descriptors than before is no leak: one of the warm-up's may
     // still have been closing when they were counted.
-    EXPECT_TRUE(WaitUntil([&] { return OpenFds() <= fdsBefore && ThreadsBesideIpcPool() == threadsBefore; },
-                          std::chrono::seconds(20)))
-        << "fds " << OpenFds() << " (before " << fdsBefore << "), threads [" << Join(ThreadsBesideIpcPool())
-        << "] (before [" << Join(threadsBefore) << "]); fds now " << DescribeFds() << "; before " << fdsBeforeDescribed;
+    std::vector<std::string> fds;
+    EXPECT_TRUE(WaitUntil(
+        [&] {
+            fds = ProcEntries("/proc/self/fd", FdTarget);
+            return fds.size() <= fdsBefore.size() && ThreadsBesideIpcPool() == threadsBefore;
+        },
+        std::chrono::seconds(20)))
+        << "fds [" << Join(fds) << "] (before [" << Join(fdsBefore) << "]), threads [" << Join(ThreadsBesideIpcPool())
+        << "] (before [" << Join(threadsBefore) << "])";
     EXPECT_TRUE(WaitUntil(IpcPoolSettled));
     EXPECT_LE(GetTransportStats().ipcThreads, Transport::MAX_IPC_THREADS);
     for (size_t i = 0; i < deaths.size(); ++i) {

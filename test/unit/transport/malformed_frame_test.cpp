@@ -1,6 +1,6 @@
-// A frame trickled in byte by byte, and a hand-made server against a client
-// of this process: a bad reply ends the connection that carried it, and
-// nothing else. (Bad frames sent to a server are the frame vectors.)
+// A hand-made server against a client of this process: a bad reply ends the
+// connection that carried it, and nothing else. (Frames sent to a server are
+// the frame vectors.)
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -12,10 +12,10 @@
 #include <functional>
 #include <thread>
 
+#include "../platform_vectors/vector_spec.h"
 #include "ipc_status.h"
 #include "socket_transport.h"
 #include "transport/frame.h"
-#include "transport/socket_connection.h"
 #include "transport_test_util.h"
 
 namespace Tavik {
@@ -24,58 +24,20 @@ namespace {
 
 using Transport::FrameHeader;
 using Transport::FrameKind;
-using Transport::MakeHeader;
-using Transport::ObjectEntry;
-using Transport::ObjectOwner;
 
-std::vector<uint8_t> Bytes(const FrameHeader& header, const std::vector<uint8_t>& body = {})
+// A reply to `callId` carrying `body` (object entries only when `objects`).
+std::vector<uint8_t> Reply(uint64_t callId, int32_t status, const std::string& body = "", uint16_t objects = 0)
 {
-    std::vector<uint8_t> bytes(sizeof(header) + body.size());
-    std::memcpy(bytes.data(), &header, sizeof(header));
-    if (!body.empty()) {
-        std::memcpy(bytes.data() + sizeof(header), body.data(), body.size());
-    }
-    return bytes;
-}
-
-std::vector<uint8_t> EntryBytes(uint32_t id, ObjectOwner owner)
-{
-    ObjectEntry entry{};
-    entry.id = id;
-    entry.owner = static_cast<uint8_t>(owner);
-    std::vector<uint8_t> bytes(sizeof(entry));
-    std::memcpy(bytes.data(), &entry, sizeof(entry));
-    return bytes;
-}
-
-FrameHeader EchoTransaction(uint64_t callId)
-{
-    FrameHeader header = MakeHeader(FrameKind::TRANSACTION);
+    FrameHeader header = Transport::MakeHeader(FrameKind::REPLY);
+    std::vector<uint8_t> bodyBytes = DdTest::ParseSpec(body);
     header.callId = callId;
-    header.target = Transport::ROOT_OBJECT_ID;
-    header.code = ECHO;
-    header.length = 4;
-    return header;
-}
-
-using MalformedFrameTest = PublishedServiceTest;
-
-TEST_F(MalformedFrameTest, FrameSplitAcrossWritesIsReassembled)
-{
-    int fd = RawConnect(GetSystemAbilitySocketPath(id_));
-    ASSERT_GE(fd, 0);
-    std::vector<uint8_t> bytes = Bytes(EchoTransaction(3), {9, 0, 0, 0});
-    for (uint8_t byte : bytes) {
-        ASSERT_TRUE(RawSend(fd, &byte, 1));
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
-    }
-    FrameHeader reply{};
-    std::vector<uint8_t> body;
-    ASSERT_TRUE(ReadFrame(fd, reply, body));
-    EXPECT_EQ(reply.callId, 3u);
-    ASSERT_FALSE(body.empty());
-    EXPECT_EQ(body[0], 9);
-    close(fd);
+    header.code = static_cast<uint32_t>(status);
+    header.length = static_cast<uint32_t>(bodyBytes.size());
+    header.objectCount = objects;
+    std::vector<uint8_t> bytes(sizeof(header));
+    std::memcpy(bytes.data(), &header, sizeof(header));
+    bytes.insert(bytes.end(), bodyBytes.begin(), bodyBytes.end());
+    return bytes;
 }
 
 // A listening socket at the ability's path, played by the test.
@@ -107,29 +69,6 @@ protected:
         unlink(GetSystemAbilitySocketPath(id_).c_str());
     }
 
-    // Calls ECHO on the client's proxy while `answer` plays the server.
-    int32_t CallAndAnswer(const std::function<std::vector<uint8_t>(const FrameHeader&)>& answer)
-    {
-        int32_t status = IPC_OK;
-        std::thread caller([&] {
-            MessageParcel data;
-            MessageParcel reply;
-            MessageOption option = SyncOption(5);
-            data.WriteInt32(1);
-            status = remote_->SendRequest(ECHO, data, reply, option);
-        });
-        FrameHeader request{};
-        std::vector<uint8_t> body;
-        bool got = ReadFrame(peerFd_, request, body);
-        EXPECT_TRUE(got);
-        if (got) {
-            std::vector<uint8_t> bytes = answer(request);
-            EXPECT_TRUE(RawSend(peerFd_, bytes.data(), bytes.size()));
-        }
-        caller.join();
-        return status;
-    }
-
     ScopedRuntimeDir dir_;
     const int32_t id_ = NextSystemAbilityId();
     int listenFd_ = -1;
@@ -138,45 +77,28 @@ protected:
     sptr<DeathCounter> death_;
 };
 
-TEST_F(RawServerTest, WellFormedReplyCompletesTheCall)
-{
-    EXPECT_EQ(CallAndAnswer([](const FrameHeader& request) {
-                  FrameHeader reply = MakeHeader(FrameKind::REPLY);
-                  reply.callId = request.callId;
-                  reply.code = 1234;
-                  return Bytes(reply);
-              }),
-              1234);
-    EXPECT_FALSE(remote_->IsObjectDead());
-}
-
-TEST_F(RawServerTest, MalformedReplyEndsTheConnection)
+TEST_F(RawServerTest, OnlyAWellFormedReplyCompletesTheCallAndABadOneEndsTheConnection)
 {
     struct Case {
         const char* name;
+        // What the server sends in answer to the client's ECHO request.
         std::function<std::vector<uint8_t>(const FrameHeader&)> answer;
+        int32_t status;
     };
     const Case cases[] = {
-        {"reply to another call id",
-         [](const FrameHeader& request) {
-             FrameHeader reply = MakeHeader(FrameKind::REPLY);
-             reply.callId = request.callId + 100;
-             return Bytes(reply);
-         }},
+        {"reply to another call id", [](const FrameHeader& request) { return Reply(request.callId + 100, 0); },
+         IPC_ERR_DEAD_OBJECT},
         {"reply returning an object the client never exported",
-         [](const FrameHeader& request) {
-             FrameHeader reply = MakeHeader(FrameKind::REPLY);
-             reply.callId = request.callId;
-             reply.objectCount = 1;
-             reply.length = sizeof(ObjectEntry);
-             return Bytes(reply, EntryBytes(5, ObjectOwner::RECEIVER));
-         }},
+         [](const FrameHeader& request) { return Reply(request.callId, 0, "05000000 01 000000", 1); },
+         IPC_ERR_DEAD_OBJECT},
         {"transaction to an object the client never exported",
-         [](const FrameHeader& /* request */) {
-             FrameHeader transaction = EchoTransaction(1);
-             transaction.target = 4;
-             return Bytes(transaction, {0, 0, 0, 0});
-         }},
+         [](const FrameHeader&) {
+             return DdTest::ParseSpec(
+                 "04000000 5456 01 01 0100000000000000 04000000 01000000 00000000 0000 0000 00000000");
+         },
+         IPC_ERR_DEAD_OBJECT},
+        // Last: the connection it leaves open would be reused by a next case.
+        {"well-formed reply", [](const FrameHeader& request) { return Reply(request.callId, 1234); }, 1234},
     };
     bool first = true;
     for (const auto& testCase : cases) {
@@ -187,7 +109,22 @@ TEST_F(RawServerTest, MalformedReplyEndsTheConnection)
             SetUp();
         }
         first = false;
-        EXPECT_EQ(CallAndAnswer(testCase.answer), IPC_ERR_DEAD_OBJECT);
+        int32_t status = IPC_OK;
+        std::thread caller([&] { status = Echo(remote_, 1, nullptr, nullptr, 5); });
+        FrameHeader request{};
+        std::vector<uint8_t> body;
+        bool got = ReadFrame(peerFd_, request, body);
+        EXPECT_TRUE(got);
+        if (got) {
+            std::vector<uint8_t> bytes = testCase.answer(request);
+            EXPECT_TRUE(RawSend(peerFd_, bytes.data(), bytes.size()));
+        }
+        caller.join();
+        EXPECT_EQ(status, testCase.status);
+        if (testCase.status != IPC_ERR_DEAD_OBJECT) {
+            EXPECT_FALSE(remote_->IsObjectDead());
+            continue;
+        }
         ASSERT_TRUE(remote_->IsObjectDead());
         EXPECT_TRUE(WaitUntil([&] { return death_->Count() == 1; }));
         EXPECT_TRUE(WaitForClose(peerFd_));

@@ -9,46 +9,32 @@
 #include "ipc_status.h"
 #include "socket_transport.h"
 #include "tralog.h"
+#include "transport/socket_connection.h"
 #include "transport_test_util.h"
 
 namespace Tavik {
 namespace TransportTest {
 namespace {
 
-mode_t ModeOf(const std::string& path)
+// lstat() of the path; st_mode 0 when it does not exist.
+struct stat StatOf(const std::string& path)
 {
     struct stat info {};
-    return lstat(path.c_str(), &info) == 0 ? (info.st_mode & 07777) : 0;
+    if (lstat(path.c_str(), &info) != 0) {
+        info.st_mode = 0;
+    }
+    return info;
 }
 
-bool Exists(const std::string& path)
-{
-    struct stat info {};
-    return lstat(path.c_str(), &info) == 0;
-}
-
-// Sets or clears an environment variable for the scope.
+// Sets (or, with null, clears) an environment variable for the scope.
 class ScopedEnv {
 public:
-    ScopedEnv(const char* name, const char* value) : name_(name)
+    ScopedEnv(const char* name, const char* value) : name_(name), hadOld_(std::getenv(name) != nullptr)
     {
-        const char* old = std::getenv(name);
-        hadOld_ = old != nullptr;
-        old_ = hadOld_ ? old : "";
-        if (value == nullptr) {
-            unsetenv(name);
-        } else {
-            setenv(name, value, 1);
-        }
+        old_ = hadOld_ ? std::getenv(name) : "";
+        value == nullptr ? unsetenv(name) : setenv(name, value, 1);
     }
-    ~ScopedEnv()
-    {
-        if (hadOld_) {
-            setenv(name_, old_.c_str(), 1);
-        } else {
-            unsetenv(name_);
-        }
-    }
+    ~ScopedEnv() { hadOld_ ? setenv(name_, old_.c_str(), 1) : unsetenv(name_); }
 
 private:
     const char* name_;
@@ -97,14 +83,15 @@ TEST_F(PublishTest, CreatesPrivateDirectoryAndSocketAndRemovesTheSocketOnUnpubli
     umask(oldMask);
     ASSERT_EQ(status, PublishStatus::OK);
     std::string socketPath = GetSystemAbilitySocketPath(id_);
-    EXPECT_EQ(ModeOf(runtime), 0700u);
-    EXPECT_EQ(ModeOf(socketPath), 0600u);
-    struct stat info {};
-    ASSERT_EQ(lstat(socketPath.c_str(), &info), 0);
-    EXPECT_TRUE(S_ISSOCK(info.st_mode));
+    struct stat dir = StatOf(runtime);
+    struct stat socket = StatOf(socketPath);
+    EXPECT_EQ(dir.st_mode, S_IFDIR | 0700u);
+    EXPECT_EQ(socket.st_mode, S_IFSOCK | 0600u);
+    EXPECT_EQ(dir.st_uid, geteuid());
+    EXPECT_EQ(socket.st_uid, geteuid());
 
     EXPECT_TRUE(UnpublishSystemAbility(id_));
-    EXPECT_FALSE(Exists(socketPath));
+    EXPECT_EQ(StatOf(socketPath).st_mode, 0u);
     EXPECT_EQ(ConnectSystemAbility(id_), nullptr);
     EXPECT_FALSE(UnpublishSystemAbility(id_));
 }
@@ -113,7 +100,7 @@ TEST_F(PublishTest, TightensAnExistingDirectoryOfOurs)
 {
     ASSERT_EQ(chmod(dir_.Path().c_str(), 0755), 0);
     ASSERT_EQ(PublishSystemAbility(id_, service_), PublishStatus::OK);
-    EXPECT_EQ(ModeOf(dir_.Path()), 0700u);
+    EXPECT_EQ(StatOf(dir_.Path()).st_mode & 07777, 0700u);
     EXPECT_TRUE(UnpublishSystemAbility(id_));
 }
 
@@ -160,12 +147,9 @@ TEST_F(PublishTest, SecondPublicationOfAnIdIsRefused)
     // The first publication is untouched.
     sptr<IRemoteObject> remote = ConnectSystemAbility(id_);
     ASSERT_NE(remote, nullptr);
-    MessageParcel data;
-    MessageParcel reply;
-    MessageOption option = SyncOption();
-    data.WriteInt32(3);
-    EXPECT_EQ(remote->SendRequest(ECHO, data, reply, option), IPC_OK);
-    EXPECT_EQ(reply.ReadInt32(), 3);
+    int32_t answer = 0;
+    EXPECT_EQ(Echo(remote, 3, &answer), IPC_OK);
+    EXPECT_EQ(answer, 3);
 
     EXPECT_TRUE(UnpublishSystemAbility(id_));
     EXPECT_EQ(PublishSystemAbility(id_, other), PublishStatus::OK);
@@ -179,27 +163,59 @@ TEST_F(PublishTest, LiveServerInAnotherProcessBlocksTheIdUntilItDies)
     EXPECT_EQ(PublishSystemAbility(id_, service_), PublishStatus::ALREADY_PUBLISHED);
     helper.Kill();
     // Its socket and lock file are left over; they no longer count.
-    EXPECT_TRUE(Exists(GetSystemAbilitySocketPath(id_)));
+    EXPECT_NE(StatOf(GetSystemAbilitySocketPath(id_)).st_mode, 0u);
     EXPECT_EQ(PublishSystemAbility(id_, service_), PublishStatus::OK);
     EXPECT_TRUE(UnpublishSystemAbility(id_));
 }
 
-TEST_F(PublishTest, PeersOfAnotherUserAreRefused)
-{
-    if (geteuid() != 0) {
-        GTEST_SKIP() << "switching to another user needs root";
+// The helper (connect-as-nobody) switches to uid/gid 65534 and exits 0 when
+// it was refused, 1 when its call went through, 2 when it could not switch.
+class OtherUserTest : public PublishedServiceTest {
+protected:
+    void SetUp() override
+    {
+        if (geteuid() != 0) {
+            GTEST_SKIP() << "switching to another uid needs root";
+        }
+        PublishedServiceTest::SetUp();
+        // Connections other tests of this process left behind.
+        baseline_ = Transport::GetTransportStats().connections;
     }
-    ASSERT_EQ(PublishSystemAbility(id_, service_), PublishStatus::OK);
-    // Open the file system path to everyone, so that only the credential
-    // check stands between the other user and the service.
+
+    int RunAsNobody()
+    {
+        HelperProcess helper;
+        return helper.Start("connect-as-nobody", id_) ? helper.Wait() : -1;
+    }
+    bool NoConnectionKept()
+    {
+        return WaitUntil([this] { return Transport::GetTransportStats().connections == baseline_; });
+    }
+
+    size_t baseline_ = 0;
+};
+
+TEST_F(OtherUserTest, IsKeptOutByThePermissions)
+{
+    LogCapture log;
+    EXPECT_EQ(RunAsNobody(), 0);
+    // Never got as far as the server.
+    EXPECT_EQ(log.Count("refused pid"), 0u);
+    EXPECT_TRUE(NoConnectionKept());
+}
+
+TEST_F(OtherUserTest, IsRefusedByTheServerWhenThePermissionsLetItIn)
+{
+    // Only the credential check stands between the other user and the
+    // service.
     ASSERT_EQ(chmod(dir_.Path().c_str(), 0711), 0);
     ASSERT_EQ(chmod(GetSystemAbilitySocketPath(id_).c_str(), 0666), 0);
     LogCapture log;
-    HelperProcess helper;
-    ASSERT_TRUE(helper.Start("connect-as-nobody", id_));
-    EXPECT_EQ(helper.Wait(), 0);
+    EXPECT_EQ(RunAsNobody(), 0);
+    EXPECT_TRUE(WaitUntil([&] { return log.Count("uid 65534 on sa " + std::to_string(id_)) == 1; }));
     EXPECT_EQ(log.Count("refused pid"), 1u);
-    EXPECT_TRUE(UnpublishSystemAbility(id_));
+    // The refused connection is not kept.
+    EXPECT_TRUE(NoConnectionKept());
 }
 
 }  // namespace

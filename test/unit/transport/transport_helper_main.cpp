@@ -50,14 +50,7 @@ void ReportReady()
         _exit(2);
     }
     sptr<IRemoteObject> remote = ConnectSystemAbility(systemAbilityId);
-    if (remote == nullptr) {
-        _exit(0);
-    }
-    MessageParcel data;
-    MessageParcel reply;
-    MessageOption option = SyncOption(2);
-    data.WriteInt32(1);
-    _exit(remote->SendRequest(ECHO, data, reply, option) == IPC_OK ? 1 : 0);
+    _exit(remote != nullptr && Echo(remote, 1, nullptr, nullptr, 2) == IPC_OK ? 1 : 0);
 }
 
 // Connects, takes the server's object and leaves one of its own with the
@@ -65,20 +58,12 @@ void ReportReady()
 [[noreturn]] void HoldAndWait(int32_t systemAbilityId)
 {
     sptr<IRemoteObject> remote = ConnectSystemAbility(systemAbilityId);
-    if (remote == nullptr) {
-        _exit(2);
-    }
-    MessageOption option = SyncOption();
-    MessageParcel objectData;
     MessageParcel objectReply;
-    if (remote->SendRequest(GET_OBJECT, objectData, objectReply, option) != IPC_OK) {
-        _exit(2);
-    }
-    sptr<IRemoteObject> theirs = objectReply.ReadRemoteObject();
-    MessageParcel holdData;
     MessageParcel holdReply;
-    holdData.WriteRemoteObject(sptr<IRemoteObject>(new CallbackStub()));
-    if (theirs == nullptr || remote->SendRequest(HOLD, holdData, holdReply, option) != IPC_OK) {
+    sptr<IRemoteObject> theirs;
+    if (remote == nullptr || Call(remote, GET_OBJECT, 0, objectReply) != IPC_OK ||
+        (theirs = objectReply.ReadRemoteObject()) == nullptr ||
+        Call(remote, HOLD, 0, holdReply, MessageOption::TF_WAIT_TIME, new CallbackStub()) != IPC_OK) {
         _exit(2);
     }
     ReportReady();

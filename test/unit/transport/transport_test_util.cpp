@@ -1,6 +1,5 @@
 #include "transport_test_util.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -13,6 +12,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 #include "ipc_status.h"
 #include "transport/socket_connection.h"
@@ -27,23 +27,17 @@ TestService::TestService() : sameObject_(new CallbackStub()) {}
 int32_t TestService::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option)
 {
     switch (code) {
-        case ECHO: {
+        case ECHO:
             reply.WriteInt32(data.ReadInt32());
             reply.WriteInt32(static_cast<int32_t>(getpid()));
             return IPC_OK;
-        }
         case CALL_BACK: {
             sptr<IRemoteObject> callback = data.ReadRemoteObject();
-            int32_t value = data.ReadInt32();
             if (callback == nullptr) {
                 return IPC_ERR_INVALID_DATA;
             }
-            MessageParcel request;
             MessageParcel answer;
-            MessageOption callOption;
-            request.WriteInt32(value);
-            int32_t status = callback->SendRequest(ECHO, request, answer, callOption);
-            reply.WriteInt32(status);
+            reply.WriteInt32(Call(callback, ECHO, data.ReadInt32(), answer));
             reply.WriteInt32(answer.ReadInt32());
             return IPC_OK;
         }
@@ -93,81 +87,19 @@ int32_t TestService::OnRemoteRequest(uint32_t code, MessageParcel& data, Message
     }
 }
 
-CallbackStub::CallbackStub(sptr<IRemoteObject> server, bool* destroyed)
-    : server_(std::move(server)), destroyed_(destroyed)
-{
-}
-
-CallbackStub::~CallbackStub()
-{
-    if (destroyed_ != nullptr) {
-        *destroyed_ = true;
-    }
-}
-
 int32_t CallbackStub::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option)
 {
     if (code != ECHO) {
         return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
     }
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        lastThread_ = std::this_thread::get_id();
-    }
+    lastThread_ = std::this_thread::get_id();
     ++calls_;
     int32_t value = data.ReadInt32();
-    if (server_ == nullptr) {
-        reply.WriteInt32(value * 10);
-        return IPC_OK;
-    }
-    MessageParcel request;
-    MessageParcel answer;
-    MessageOption callOption;
-    request.WriteInt32(value + 1);
-    int32_t status = server_->SendRequest(ECHO, request, answer, callOption);
-    if (status != IPC_OK) {
-        return status;
-    }
-    reply.WriteInt32(answer.ReadInt32());
-    return IPC_OK;
+    int32_t answer = value * 10;
+    int32_t status = server_ == nullptr ? IPC_OK : Echo(server_, value + 1, &answer);
+    reply.WriteInt32(answer);
+    return status;
 }
-
-std::thread::id CallbackStub::LastThread()
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    return lastThread_;
-}
-
-void DeathCounter::OnRemoteDied(const wptr<IRemoteObject>& object)
-{
-    last_ = object.GetRefPtr();
-    ++count_;
-}
-
-namespace {
-
-void RemoveTree(const std::string& path)
-{
-    DIR* dir = opendir(path.c_str());
-    if (dir != nullptr) {
-        while (dirent* entry = readdir(dir)) {
-            std::string name = entry->d_name;
-            if (name == "." || name == "..") {
-                continue;
-            }
-            std::string child = path + "/" + name;
-            if (entry->d_type == DT_DIR) {
-                RemoveTree(child);
-            } else {
-                unlink(child.c_str());
-            }
-        }
-        closedir(dir);
-    }
-    rmdir(path.c_str());
-}
-
-}  // namespace
 
 ScopedRuntimeDir::ScopedRuntimeDir()
 {
@@ -180,12 +112,11 @@ ScopedRuntimeDir::ScopedRuntimeDir()
 ScopedRuntimeDir::~ScopedRuntimeDir()
 {
     unsetenv("TAVIK_RUNTIME_DIR");
-    if (!path_.empty()) {
-        RemoveTree(path_);
-    }
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
 }
 
-bool HelperProcess::Start(const std::string& role, int32_t systemAbilityId, const std::vector<std::string>& extraEnv)
+bool HelperProcess::Start(const std::string& role, int32_t systemAbilityId)
 {
     int ready[2];
     if (pipe2(ready, O_CLOEXEC) != 0) {
@@ -197,7 +128,6 @@ bool HelperProcess::Start(const std::string& role, int32_t systemAbilityId, cons
     }
     env.push_back("TAVIK_TRANSPORT_TEST_HELPER=" + role);
     env.push_back("TAVIK_TRANSPORT_TEST_SA=" + std::to_string(systemAbilityId));
-    env.insert(env.end(), extraEnv.begin(), extraEnv.end());
     std::vector<char*> envp;
     for (auto& entry : env) {
         envp.push_back(&entry[0]);
@@ -226,11 +156,6 @@ bool HelperProcess::Start(const std::string& role, int32_t systemAbilityId, cons
     return ok;
 }
 
-HelperProcess::~HelperProcess()
-{
-    Kill();
-}
-
 void HelperProcess::Signal(int signal)
 {
     if (pid_ <= 0) {
@@ -256,16 +181,10 @@ void HelperProcess::Kill()
 
 int HelperProcess::Wait()
 {
-    if (pid_ <= 0) {
-        return -1;
-    }
     int status = 0;
-    pid_t result = waitpid(pid_, &status, 0);
+    pid_t result = pid_ > 0 ? waitpid(pid_, &status, 0) : -1;
     pid_ = -1;
-    if (result < 0 || !WIFEXITED(status)) {
-        return -1;
-    }
-    return WEXITSTATUS(status);
+    return result > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 int32_t NextSystemAbilityId()
@@ -289,6 +208,32 @@ bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
 MessageOption SyncOption(int waitSeconds)
 {
     return MessageOption(MessageOption::TF_SYNC, waitSeconds);
+}
+
+int32_t Call(const sptr<IRemoteObject>& remote, uint32_t code, int32_t value, MessageParcel& reply, int waitSeconds,
+             const sptr<IRemoteObject>& object)
+{
+    MessageParcel data;
+    MessageOption option = SyncOption(waitSeconds);
+    if (object != nullptr) {
+        data.WriteRemoteObject(object);
+    }
+    data.WriteInt32(value);
+    return remote->SendRequest(code, data, reply, option);
+}
+
+int32_t Echo(const sptr<IRemoteObject>& remote, int32_t value, int32_t* answer, int32_t* pid, int waitSeconds)
+{
+    MessageParcel reply;
+    int32_t status = Call(remote, ECHO, value, reply, waitSeconds);
+    int32_t echoed = reply.ReadInt32();
+    if (answer != nullptr) {
+        *answer = echoed;
+    }
+    if (pid != nullptr) {
+        *pid = reply.ReadInt32();
+    }
+    return status;
 }
 
 int RawConnect(const std::string& path)
@@ -324,41 +269,28 @@ bool RawSend(int fd, const void* data, size_t size)
     return true;
 }
 
-bool WaitForClose(int fd, std::chrono::milliseconds limit)
+namespace {
+
+// recv() once data or the end comes before the deadline; -2 when it does not.
+ssize_t RecvBefore(int fd, void* out, size_t size, std::chrono::steady_clock::time_point deadline)
 {
-    auto deadline = std::chrono::steady_clock::now() + limit;
-    uint8_t buffer[4096];
     for (;;) {
         auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-        if (left.count() <= 0) {
-            return false;
-        }
         pollfd pfd{fd, POLLIN, 0};
-        if (poll(&pfd, 1, static_cast<int>(left.count())) <= 0) {
-            continue;
+        if (left.count() <= 0) {
+            return -2;
         }
-        ssize_t count = recv(fd, buffer, sizeof(buffer), 0);
-        if (count == 0 || (count < 0 && errno == ECONNRESET)) {
-            return true;
+        if (poll(&pfd, 1, static_cast<int>(left.count())) > 0) {
+            return recv(fd, out, size, 0);
         }
     }
 }
-
-namespace {
 
 bool ReadExactly(int fd, void* out, size_t size, std::chrono::steady_clock::time_point deadline)
 {
     auto* bytes = static_cast<uint8_t*>(out);
     while (size > 0) {
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-        if (left.count() <= 0) {
-            return false;
-        }
-        pollfd pfd{fd, POLLIN, 0};
-        if (poll(&pfd, 1, static_cast<int>(left.count())) <= 0) {
-            continue;
-        }
-        ssize_t count = recv(fd, bytes, size, 0);
+        ssize_t count = RecvBefore(fd, bytes, size, deadline);
         if (count <= 0) {
             return false;
         }
@@ -369,6 +301,21 @@ bool ReadExactly(int fd, void* out, size_t size, std::chrono::steady_clock::time
 }
 
 }  // namespace
+
+bool WaitForClose(int fd, std::chrono::milliseconds limit)
+{
+    auto deadline = std::chrono::steady_clock::now() + limit;
+    uint8_t buffer[4096];
+    for (;;) {
+        ssize_t count = RecvBefore(fd, buffer, sizeof(buffer), deadline);
+        if (count == 0 || (count == -1 && errno == ECONNRESET)) {
+            return true;
+        }
+        if (count == -2) {
+            return false;
+        }
+    }
+}
 
 bool ReadFrame(int fd, Transport::FrameHeader& header, std::vector<uint8_t>& body, std::chrono::milliseconds limit)
 {

@@ -69,24 +69,35 @@ private:
 // callback). Records the threads it ran on.
 class CallbackStub : public IPCObjectStub {
 public:
-    explicit CallbackStub(sptr<IRemoteObject> server = nullptr, bool* destroyed = nullptr);
-    ~CallbackStub() override;
+    explicit CallbackStub(sptr<IRemoteObject> server = nullptr, bool* destroyed = nullptr)
+        : server_(std::move(server)), destroyed_(destroyed)
+    {
+    }
+    ~CallbackStub() override
+    {
+        if (destroyed_ != nullptr) {
+            *destroyed_ = true;
+        }
+    }
     int32_t OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) override;
 
     int Calls() const { return calls_.load(); }
-    std::thread::id LastThread();
+    std::thread::id LastThread() const { return lastThread_.load(); }
 
 private:
     sptr<IRemoteObject> server_;
     bool* destroyed_;
     std::atomic<int> calls_{0};
-    std::mutex mutex_;
-    std::thread::id lastThread_;
+    std::atomic<std::thread::id> lastThread_{};
 };
 
 class DeathCounter : public IRemoteObject::DeathRecipient {
 public:
-    void OnRemoteDied(const wptr<IRemoteObject>& object) override;
+    void OnRemoteDied(const wptr<IRemoteObject>& object) override
+    {
+        last_ = object.GetRefPtr();
+        ++count_;
+    }
     int Count() const { return count_.load(); }
     IRemoteObject* LastObject() const { return last_.load(); }
 
@@ -110,10 +121,9 @@ private:
 // transport_helper_main.cpp). The process is killed when the object goes.
 class HelperProcess {
 public:
-    // Starts the role and waits until it reports ready. Extra environment
-    // entries are "NAME=value".
-    bool Start(const std::string& role, int32_t systemAbilityId, const std::vector<std::string>& extraEnv = {});
-    ~HelperProcess();
+    // Starts the role and waits until it reports ready.
+    bool Start(const std::string& role, int32_t systemAbilityId);
+    ~HelperProcess() { Kill(); }
     pid_t Pid() const { return pid_; }
     void Signal(int signal);
     // Kills (SIGKILL) and reaps the helper.
@@ -135,6 +145,14 @@ bool WaitUntil(const std::function<bool()>& condition,
 
 // MessageOption with a wait time in seconds.
 MessageOption SyncOption(int waitSeconds = MessageOption::TF_WAIT_TIME);
+
+// A synchronous call of `code` with `value` (and `object` first, if any) as
+// its data; the status.
+int32_t Call(const sptr<IRemoteObject>& remote, uint32_t code, int32_t value, MessageParcel& reply,
+             int waitSeconds = MessageOption::TF_WAIT_TIME, const sptr<IRemoteObject>& object = nullptr);
+// ECHO(value): the status; the echoed value and the server's pid when asked.
+int32_t Echo(const sptr<IRemoteObject>& remote, int32_t value, int32_t* answer = nullptr, int32_t* pid = nullptr,
+             int waitSeconds = MessageOption::TF_WAIT_TIME);
 
 // Raw socket access for hand-made frames.
 int RawConnect(const std::string& path);
