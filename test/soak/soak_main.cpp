@@ -1,12 +1,12 @@
 // soak_tests: the tests, or, started with --soak-client, one client process
-// of theirs (soak_client.h).
+// of theirs (soak_util.h).
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
 
-#include "soak_client.h"
+#include "soak_util.h"
 
 int main(int argc, char** argv)
 {
