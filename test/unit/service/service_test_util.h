@@ -6,9 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <mutex>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "device_detect_proxy.h"
@@ -41,90 +41,12 @@ protected:
 
     EmbeddedService service_;
     sptr<DeviceDetectProxy> proxy_;
+    std::string detail_;
 };
 
-struct DeviceEvent {
-    std::string handler;
-    std::string udid;
-    std::string networkId;
-    std::string name;
-    uint32_t type;
-};
-
-class DeviceRecorder : public DeviceChangedCallbackStub {
-public:
-    int32_t OnDeviceOnline(DeviceInfo& device) override { return Note("online", device); }
-    int32_t OnDeviceOffline(DeviceInfo& device) override { return Note("offline", device); }
-    int32_t OnDeviceReady(DeviceInfo& device) override { return Note("ready", device); }
-
-    std::vector<DeviceEvent> Events()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return events_;
-    }
-    // "online udid-car-0001", ... in arrival order.
-    std::vector<std::string> Summary()
-    {
-        std::vector<std::string> lines;
-        for (const DeviceEvent& event : Events()) {
-            lines.push_back(event.handler + " " + event.udid);
-        }
-        return lines;
-    }
-
-private:
-    int32_t Note(const char* handler, const DeviceInfo& device)
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        events_.push_back({handler, device.GetDeviceUdid(), device.GetDeviceNetworkId(), device.GetDeviceName(),
-                           device.GetDeviceType()});
-        return 0;
-    }
-    std::mutex mutex_;
-    std::vector<DeviceEvent> events_;
-};
-
-class ServiceRecorder : public ServiceChangedCallbackStub {
-public:
-    int32_t OnDeviceEvent(int32_t event, std::vector<DeviceServiceInfo> infos) override
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        events_.emplace_back(event, std::move(infos));
-        return 0;
-    }
-    std::vector<std::pair<int32_t, std::vector<DeviceServiceInfo>>> Events()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return events_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::vector<std::pair<int32_t, std::vector<DeviceServiceInfo>>> events_;
-};
-
-class DetectRecorder : public DeviceDetectCallbackStub {
-public:
-    int32_t OnDeviceEvent(int32_t event, sptr<DeviceInfo> device) override
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        events_.push_back(std::to_string(event) + " " + device->GetDeviceUdid());
-        return 0;
-    }
-    std::vector<std::string> Events()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return events_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::vector<std::string> events_;
-};
-
-// Deliveries and dialog replies: one string per event.
-template <typename Base>
-class StringRecorder : public Base {
+// Stubs that note each callback as one line, in arrival order.
+template <typename Stub>
+class Recorder : public Stub {
 public:
     std::vector<std::string> Events()
     {
@@ -133,10 +55,10 @@ public:
     }
 
 protected:
-    int32_t Note(const std::string& info)
+    int32_t Note(const std::string& line)
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        events_.push_back(info);
+        events_.push_back(line);
         return 0;
     }
 
@@ -145,33 +67,58 @@ private:
     std::vector<std::string> events_;
 };
 
-class DeliverRecorder : public StringRecorder<ServiceDeliverCallbackStub> {
+// "online udid-car-0001"
+class DeviceRecorder : public Recorder<DeviceChangedCallbackStub> {
+public:
+    int32_t OnDeviceOnline(DeviceInfo& device) override { return Note("online " + device.GetDeviceUdid()); }
+    int32_t OnDeviceOffline(DeviceInfo& device) override { return Note("offline " + device.GetDeviceUdid()); }
+    int32_t OnDeviceReady(DeviceInfo& device) override { return Note("ready " + device.GetDeviceUdid()); }
+};
+
+// "3 udid-tv-0001,net-tv-0001,156,mac[cast:allow,] ..."
+class ServiceRecorder : public Recorder<ServiceChangedCallbackStub> {
+public:
+    int32_t OnDeviceEvent(int32_t event, std::vector<DeviceServiceInfo> infos) override
+    {
+        std::string line = std::to_string(event);
+        for (const DeviceServiceInfo& info : infos) {
+            line += " " + info.GetDeviceId() + "," + info.GetNetworkId() + "," + std::to_string(info.GetDeviceType()) +
+                    "," + info.GetBrMac() + "[";
+            for (const std::string& rule : info.GetServiceRuleList()) {
+                line += rule + ",";
+            }
+            line += "]";
+        }
+        return Note(line);
+    }
+};
+
+// "2 udid-watch-0001"
+class DetectRecorder : public Recorder<DeviceDetectCallbackStub> {
+public:
+    int32_t OnDeviceEvent(int32_t event, sptr<DeviceInfo> device) override
+    {
+        return Note(std::to_string(event) + " " + device->GetDeviceUdid());
+    }
+};
+
+class DeliverRecorder : public Recorder<ServiceDeliverCallbackStub> {
 public:
     int32_t OnDeliver(const std::string& info) override { return Note(info); }
 };
 
-class DialogRecorder : public StringRecorder<DialogEventCallbackStub> {
+class DialogRecorder : public Recorder<DialogEventCallbackStub> {
 public:
     int32_t OnDialogEventReply(const std::string& info) override { return Note(info); }
 };
 
-class PublishRecorder : public ServicePublishCallbackStub {
+// "<event code> <result code>"
+class PublishRecorder : public Recorder<ServicePublishCallbackStub> {
 public:
     int32_t OnPublishEvent(sptr<RequestResultInfo> info) override
     {
-        std::lock_guard<std::mutex> lock(mutex_);
-        events_.emplace_back(info->GetEventCode(), info->GetResultCode());
-        return 0;
+        return Note(std::to_string(info->GetEventCode()) + " " + std::to_string(info->GetResultCode()));
     }
-    std::vector<std::pair<uint32_t, uint32_t>> Events()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return events_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::vector<std::pair<uint32_t, uint32_t>> events_;
 };
 
 // A client object in another process, as the service sees it: a proxy that
@@ -198,13 +145,12 @@ public:
     bool RemoveDeathRecipient(const sptr<DeathRecipient>& recipient) override
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        for (auto it = recipients_.begin(); it != recipients_.end(); ++it) {
-            if (*it == recipient) {
-                recipients_.erase(it);
-                return true;
-            }
+        auto it = std::find(recipients_.begin(), recipients_.end(), recipient);
+        if (it == recipients_.end()) {
+            return false;
         }
-        return false;
+        recipients_.erase(it);
+        return true;
     }
     bool IsProxyObject() const override { return true; }
 
