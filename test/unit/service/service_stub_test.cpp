@@ -6,6 +6,7 @@
 #include "control_client.h"
 #include "device_detect_descriptors.h"
 #include "device_detect_request_code.h"
+#include "ipc_status.h"
 #include "service_filter.h"
 #include "service_test_util.h"
 #include "sim_protocol.h"
@@ -76,7 +77,6 @@ protected:
         MessageOption option;
         return service_.Object()->SendRequest(code, data, reply, option);
     }
-
 };
 
 TEST_F(ServiceStubTest, EveryCodeAnswersWithItsReplyLayout)

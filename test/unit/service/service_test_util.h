@@ -1,21 +1,16 @@
 // Fixtures of the service tests: an embedded service published in process,
-// handlers that record what the service sends, and a fake client object
-// that can die.
+// and handlers that record what the service sends.
 #ifndef DD_TEST_SERVICE_TEST_UTIL_H
 #define DD_TEST_SERVICE_TEST_UTIL_H
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "device_detect_proxy.h"
 #include "embedded_service.h"
-#include "ipc_status.h"
-#include "message_option.h"
-#include "message_parcel.h"
 
 namespace Tavik {
 namespace Syntavo {
@@ -119,69 +114,6 @@ public:
     {
         return Note(std::to_string(info->GetEventCode()) + " " + std::to_string(info->GetResultCode()));
     }
-};
-
-// A client object in another process, as the service sees it: a proxy that
-// takes death recipients and calls them when told to die.
-class FakeClient : public IRemoteObject {
-public:
-    explicit FakeClient(bool alive = true) : alive_(alive) {}
-
-    int32_t SendRequest(uint32_t code, MessageParcel&, MessageParcel&, MessageOption&) override
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        codes_.push_back(code);
-        return alive_ ? 0 : IPC_ERR_DEAD_OBJECT;
-    }
-    bool AddDeathRecipient(const sptr<DeathRecipient>& recipient) override
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (!alive_) {
-            return false;
-        }
-        recipients_.push_back(recipient);
-        return true;
-    }
-    bool RemoveDeathRecipient(const sptr<DeathRecipient>& recipient) override
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto it = std::find(recipients_.begin(), recipients_.end(), recipient);
-        if (it == recipients_.end()) {
-            return false;
-        }
-        recipients_.erase(it);
-        return true;
-    }
-    bool IsProxyObject() const override { return true; }
-
-    void Die()
-    {
-        std::vector<sptr<DeathRecipient>> recipients;
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            alive_ = false;
-            recipients.swap(recipients_);
-        }
-        for (const sptr<DeathRecipient>& recipient : recipients) {
-            recipient->OnRemoteDied(wptr<IRemoteObject>(this));
-        }
-    }
-    size_t RecipientCount()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return recipients_.size();
-    }
-    std::vector<uint32_t> Codes()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return codes_;
-    }
-
-private:
-    std::mutex mutex_;
-    bool alive_;
-    std::vector<sptr<DeathRecipient>> recipients_;
-    std::vector<uint32_t> codes_;
 };
 
 }  // namespace Test
