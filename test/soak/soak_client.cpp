@@ -1,11 +1,12 @@
-// The client role of the soak tests (soak_util.h): threads calling
-// devicedetectd through DeviceDetectProxy, every answer checked against the
-// built-in world.
+// soak_tests: the tests, or, started with --soak-client, one client process
+// of theirs (soak_util.h): threads calling devicedetectd through
+// DeviceDetectProxy, every answer checked against the built-in world.
 #include <unistd.h>
 
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 
 #include "ability_filter.h"
@@ -233,3 +234,15 @@ int RunClient(int argc, char** argv)
 }
 
 }  // namespace DeviceDetectSoak
+
+int main(int argc, char** argv)
+{
+    if (argc > 1 && strcmp(argv[1], DeviceDetectSoak::CLIENT_ROLE_FLAG) == 0) {
+        int code = DeviceDetectSoak::RunClient(argc, argv);
+        fflush(nullptr);
+        // The IPC threads are still running: skip the static destructors.
+        _exit(code);
+    }
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

@@ -168,13 +168,9 @@ void Repeat::Stop()
 
 uint64_t ResidentKb(pid_t pid)
 {
-    std::istringstream status(ReadFile("/proc/" + std::to_string(pid) + "/status"));
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind("VmRSS:", 0) == 0) {
-            return strtoull(line.c_str() + strlen("VmRSS:"), nullptr, 10);
-        }
-    }
-    return 0;
+    std::string status = ReadFile("/proc/" + std::to_string(pid) + "/status");
+    size_t at = status.find("VmRSS:");
+    return at == std::string::npos ? 0 : strtoull(status.c_str() + at + strlen("VmRSS:"), nullptr, 10);
 }
 
 uint64_t EnvCount(const char* name, uint64_t fallback)
