@@ -294,16 +294,20 @@ TEST(ScenarioPlaybackTest, StepWaitsForItsConditionAndFailsWhenItNeverHolds)
     EXPECT_EQ(car.state, DeviceState::ONLINE);
 }
 
-TEST(ScenarioPlaybackTest, ListenerCountAndBundleConditions)
+TEST(ScenarioPlaybackTest, ListenerCountAndBundleConditionsWithTheWaitCapped)
 {
     Scenario scenario = Parse(R"({"steps": [
-        {"action": "online", "device": "udid-car-0001", "until": {"listeners": 2, "timeoutMs": 1}},
+        {"action": "online", "device": "udid-car-0001", "until": {"listeners": 2, "timeoutMs": 3600000}},
         {"action": "offline", "device": "udid-car-0001", "until": {"bundle": "com.tavik.maps", "timeoutMs": 1}}]})");
     EmbeddedService service(scenario.world);
     sptr<IRemoteObject> callback = sptr<DeviceHandler>::MakeSptr(std::make_shared<CallbackLog>(), "x")->AsObject();
     service.GetSimulator()->AddAbilityListener(sptr<AbilityFilter>::MakeSptr("com.tavik.files"), "", callback);
-    ScenarioPlayer player(scenario, service.Object());
-    EXPECT_EQ(player.Step().status, SIM_ERR_CONDITION_TIMEOUT);
+    PlayOptions options;
+    options.maxConditionWaitMs = 1;
+    ScenarioPlayer player(scenario, service.Object(), options);
+    ControlResult result = player.Step();
+    EXPECT_EQ(result.status, SIM_ERR_CONDITION_TIMEOUT);
+    EXPECT_NE(result.detail.find("within 1 ms"), std::string::npos) << result.detail;
 
     service.GetSimulator()->AddAbilityListener(sptr<AbilityFilter>::MakeSptr("com.tavik.maps"), "", callback);
     EXPECT_EQ(player.Step().status, SIM_OK);
@@ -335,19 +339,6 @@ TEST(ScenarioPlaybackTest, StepControlRequestAdvancesTheScenario)
     EXPECT_FALSE(service.GetSimulator()->FindDevice("udid-car-0001", car));
     EXPECT_EQ(control.Step().status, SIM_ERR_NO_SCENARIO);
     service.GetSimulator()->SetStepHandler(nullptr);
-}
-
-TEST(ScenarioPlaybackTest, MaxConditionWaitCapsTheStepsOwnTimeout)
-{
-    Scenario scenario = Parse(R"({"steps": [
-        {"action": "online", "device": "udid-car-0001", "until": {"listeners": 1, "timeoutMs": 3600000}}]})");
-    EmbeddedService service(scenario.world);
-    PlayOptions options;
-    options.maxConditionWaitMs = 1;
-    ScenarioPlayer player(scenario, service.Object(), options);
-    ControlResult result = player.Step();
-    EXPECT_EQ(result.status, SIM_ERR_CONDITION_TIMEOUT);
-    EXPECT_NE(result.detail.find("within 1 ms"), std::string::npos) << result.detail;
 }
 
 TEST(ScenarioPlaybackTest, PlayRunsEveryStepInOrderAndLoadsTheWorld)
@@ -397,7 +388,7 @@ TEST(ScenarioFileTest, WritingAndReadingBackKeepsEveryStep)
     EXPECT_EQ(reread.steps[3].devices, (std::vector<std::string>{"udid-tv-0001", "udid-den-tv"}));
 }
 
-TEST(ScenarioFileTest, TheExamplesAreValid)
+TEST(ScenarioFileTest, TheExamplesLoadAndAFileErrorNamesTheFile)
 {
     // A relative __FILE__ (the compiler was given a relative path, as with
     // ccache's base directory) is relative to the build directory, the parent
@@ -416,6 +407,15 @@ TEST(ScenarioFileTest, TheExamplesAreValid)
         EXPECT_TRUE(LoadScenarioFile(root + "/examples/scenarios/" + name, scenario, error)) << error;
         EXPECT_FALSE(scenario.steps.empty()) << name;
     }
+
+    std::string path = ::testing::TempDir() + "/bad_scenario.json";
+    std::ofstream(path) << R"({"steps": [{"action": "online", "device": "x"}]})";
+    Scenario scenario;
+    std::string error;
+    EXPECT_FALSE(LoadScenarioFile(path, scenario, error));
+    EXPECT_EQ(error, path + R"(: steps[0].device: unknown device "x")");
+    EXPECT_FALSE(LoadScenarioFile(path + ".missing", scenario, error));
+    EXPECT_EQ(error, "cannot open \"" + path + ".missing\"");
 }
 
 TEST(ScenarioFileTest, BadFilesAreRejectedNamingTheStepAndField)
@@ -476,18 +476,6 @@ TEST(ScenarioFileTest, BadFilesAreRejectedNamingTheStepAndField)
         EXPECT_EQ(error, c.error) << text;
         EXPECT_EQ(scenario.steps.size(), 1u) << "a failed parse must leave the scenario as it was";
     }
-}
-
-TEST(ScenarioFileTest, LoadingAFileNamesTheFile)
-{
-    std::string path = ::testing::TempDir() + "/bad_scenario.json";
-    std::ofstream(path) << R"({"steps": [{"action": "online", "device": "x"}]})";
-    Scenario scenario;
-    std::string error;
-    EXPECT_FALSE(LoadScenarioFile(path, scenario, error));
-    EXPECT_EQ(error, path + R"(: steps[0].device: unknown device "x")");
-    EXPECT_FALSE(LoadScenarioFile(path + ".missing", scenario, error));
-    EXPECT_EQ(error, "cannot open \"" + path + ".missing\"");
 }
 
 }  // namespace
