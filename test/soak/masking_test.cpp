@@ -1,32 +1,27 @@
 // Device identifiers reach no log line unmasked: every line the client
 // library logs at DEBUG in this process and every line devicedetectd logs at
 // DEBUG, over a run that makes all of them name devices, failures included.
-#include <gtest/gtest.h>
 #include <signal.h>
 
-#include <cstdio>
+#include <fstream>
 #include <sstream>
 
 #include <nlohmann/json.hpp>
 
-#include "daemon_fixture.h"
 #include "device_config_info.h"
 #include "device_detect_callback_stub.h"
 #include "device_dynamic_info.h"
 #include "device_filter.h"
-#include "dialog_event_callback_stub.h"
 #include "picker_result.h"
-#include "service_changed_callback_stub.h"
 #include "service_filter.h"
 #include "service_publish_callback_stub.h"
 #include "sim_status.h"
+#include "soak_util.h"
 #include "tralog.h"
 
 namespace DeviceDetectSoak {
 namespace {
 
-using namespace Tavik;
-using namespace Tavik::Syntavo;
 using nlohmann::json;
 
 struct Ids {
@@ -54,39 +49,19 @@ json Device(const Ids& ids, const std::string& name, const std::string& type, co
             {"state", state},   {"accountType", 1},           {"switchStatus", 1}};
 }
 
-std::vector<std::string> SplitLines(const std::string& text)
-{
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
-
-bool Contains(const std::vector<std::string>& lines, const std::string& text)
-{
-    return std::any_of(lines.begin(), lines.end(),
-                       [&text](const std::string& line) { return line.find(text) != std::string::npos; });
-}
-
-// The record write-failure lines ("failed:udid_:...") print the network id
-// in full by their fixed format, the udid masked; that is the one place a
-// full network id may stand.
-bool NetworkIdAllowed(const std::string& line)
-{
-    return line.find("failed:udid_:") != std::string::npos;
-}
-
-// Lines (shortened) that name an identifier in full.
-std::vector<std::string> Unmasked(const std::vector<std::string>& lines, const std::vector<Ids>& devices)
+// Lines (shortened) that name an identifier in full. The record
+// write-failure lines ("failed:udid_:...") print the network id in full by
+// their fixed format, the udid masked; that is the one place a full network
+// id may stand.
+std::vector<std::string> Unmasked(const std::string& text, const std::vector<Ids>& devices)
 {
     std::vector<std::string> found;
-    for (const std::string& line : lines) {
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
         for (const Ids& ids : devices) {
             bool udid = line.find(ids.udid) != std::string::npos;
-            bool networkId = line.find(ids.networkId) != std::string::npos && !NetworkIdAllowed(line);
-            if (udid || networkId) {
+            if (udid ||
+                (line.find(ids.networkId) != std::string::npos && line.find("failed:udid_:") == std::string::npos)) {
                 found.push_back((udid ? ids.udid : ids.networkId) + " in: " + line.substr(0, 300));
             }
         }
@@ -94,62 +69,25 @@ std::vector<std::string> Unmasked(const std::vector<std::string>& lines, const s
     return found;
 }
 
-class Listener : public DeviceChangedCallbackStub {
-public:
-    int32_t OnDeviceOnline(DeviceInfo&) override { return Count(); }
-    int32_t OnDeviceOffline(DeviceInfo&) override { return Count(); }
-    int32_t OnDeviceReady(DeviceInfo&) override { return Count(); }
-    int Events() const { return events_; }
-
-private:
-    int32_t Count()
-    {
-        ++events_;
-        return 0;
-    }
-    std::atomic<int> events_{0};
-};
-
-class ServiceEvents : public ServiceChangedCallbackStub {
-public:
-    int32_t OnDeviceEvent(int32_t, std::vector<DeviceServiceInfo> infos) override
-    {
-        records_ += static_cast<int>(infos.size());
-        return 0;
-    }
-    int Records() const { return records_; }
-
-private:
-    std::atomic<int> records_{0};
-};
-
 class MaskingTest : public DaemonTest {
 protected:
-    void BeforeDaemon() override
+    std::vector<std::string> DaemonArgs() override
     {
-        json world = {
-            {"local",
-             {{"udid", LOCAL.udid}, {"networkId", LOCAL.networkId}, {"name", "Mask Phone"}, {"type", "PHONE"}}},
-            {"devices", json::array()}};
         json tv = Device(TV, "Mask TV", "TV", "online");
         tv["services"] = {"castService"};
         tv["sameAccount"] = true;
         tv["dynamicInfo"] = {{"volume", "20"}};
         tv["config"] = {{"modelId", "TV-M"}};
-        world["devices"].push_back(tv);
-        world["devices"].push_back(Device(WATCH, "Mask Watch", "WATCH", "offline"));
-        world["devices"].push_back(Device(BIG1, "Mask Big 1", "PC", "offline"));
-        world["devices"].push_back(Device(BIG2, "Mask Big 2", "PC", "offline"));
-        worldFile_ = RuntimeDir() + "/mask-world.json";
-        FILE* file = fopen(worldFile_.c_str(), "w");
-        ASSERT_NE(file, nullptr);
-        std::string text = world.dump();
-        fwrite(text.data(), 1, text.size(), file);
-        fclose(file);
+        json world = {
+            {"local",
+             {{"udid", LOCAL.udid}, {"networkId", LOCAL.networkId}, {"name", "Mask Phone"}, {"type", "PHONE"}}},
+            {"devices",
+             json::array({tv, Device(WATCH, "Mask Watch", "WATCH", "offline"),
+                          Device(BIG1, "Mask Big 1", "PC", "offline"), Device(BIG2, "Mask Big 2", "PC", "offline")})}};
+        std::string file = runtimeDir_ + "/mask-world.json";
+        std::ofstream(file) << world.dump();
+        return {"--world", file, "--log-level", "debug"};
     }
-    std::vector<std::string> DaemonArgs() override { return {"--world", worldFile_, "--log-level", "debug"}; }
-
-    std::string worldFile_;
 };
 
 TEST_F(MaskingTest, NoIdentifierReachesALogLineUnmasked)
@@ -160,8 +98,10 @@ TEST_F(MaskingTest, NoIdentifierReachesALogLineUnmasked)
     Sim::ControlClient control = Control();
 
     // Registrations that make the service send records back.
-    auto listener = sptr<Listener>::MakeSptr();
-    auto services = sptr<ServiceEvents>::MakeSptr();
+    Counter deviceEvents{0};
+    Counter serviceRecords{0};
+    auto listener = sptr<DeviceCounter>::MakeSptr(deviceEvents);
+    auto services = sptr<ServiceCounter>::MakeSptr(serviceRecords);
     ASSERT_EQ(proxy->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr(), "mask", listener).first, 0);
     ASSERT_EQ(proxy->RegisterServiceChangedCallback(services), 0);
     std::vector<DeviceInfo> devices;
@@ -225,27 +165,33 @@ TEST_F(MaskingTest, NoIdentifierReachesALogLineUnmasked)
     EXPECT_EQ(control.NotifyServiceChange(3, {BIG1.networkId, BIG2.networkId}).status, Sim::SIM_OK);
     EXPECT_EQ(control.SetDeviceState(BIG1.networkId, Sim::DeviceState::OFFLINE).status, Sim::SIM_OK);
 
-    EXPECT_GE(listener->Events(), 6);
-    EXPECT_GE(services->Records(), 3);
+    EXPECT_GE(deviceEvents, 6u);
+    EXPECT_GE(serviceRecords, 3u);
     ASSERT_EQ(proxy->UnregisterServiceChangedCallback(), 0);
     DeviceDetectProxy::CleanupInstance();
     proxy = nullptr;
     ASSERT_EQ(daemon_->Stop(SIGTERM), 0);
 
-    std::vector<std::string> clientLines = capture.Messages();
-    std::vector<std::string> serviceLines = SplitLines(daemon_->Output());
+    std::string client;
+    for (const std::string& message : capture.Messages()) {
+        client += message + "\n";
+    }
+    std::string service = daemon_->Output();
     const std::vector<Ids> all{LOCAL, TV, WATCH, ADDED, BIG1, BIG2, GHOST};
-    EXPECT_EQ(Unmasked(clientLines, all), std::vector<std::string>{});
-    EXPECT_EQ(Unmasked(serviceLines, all), std::vector<std::string>{});
+    EXPECT_EQ(Unmasked(client, all), std::vector<std::string>{});
+    EXPECT_EQ(Unmasked(service, all), std::vector<std::string>{});
 
     // The run did log the identifiers, masked, on both sides, and went
     // through the record-writing failure.
-    EXPECT_TRUE(Contains(clientLines, PickerResult::StringToAnonymous(WATCH.networkId)));
-    EXPECT_TRUE(Contains(clientLines, PickerResult::StringToAnonymous(LOCAL.networkId)));
-    EXPECT_TRUE(Contains(serviceLines, PickerResult::StringToAnonymous(WATCH.udid)));
-    EXPECT_TRUE(Contains(serviceLines, PickerResult::StringToAnonymous(ADDED.udid)));
-    EXPECT_TRUE(Contains(serviceLines, "failed:udid_:" + PickerResult::StringToAnonymous(BIG2.udid)));
-    EXPECT_TRUE(Contains(serviceLines, " DEBUG "));
+    for (const std::string& masked :
+         {PickerResult::StringToAnonymous(WATCH.networkId), PickerResult::StringToAnonymous(LOCAL.networkId)}) {
+        EXPECT_NE(client.find(masked), std::string::npos) << masked;
+    }
+    for (const std::string& masked :
+         {PickerResult::StringToAnonymous(WATCH.udid), PickerResult::StringToAnonymous(ADDED.udid),
+          "failed:udid_:" + PickerResult::StringToAnonymous(BIG2.udid), std::string(" DEBUG ")}) {
+        EXPECT_NE(service.find(masked), std::string::npos) << masked;
+    }
 }
 
 }  // namespace

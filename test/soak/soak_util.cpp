@@ -6,39 +6,59 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 
-#include "soak_client.h"
+#include "device_detect_request_code.h"
+#include "socket_transport.h"
 
 extern char** environ;
 
 namespace DeviceDetectSoak {
+namespace {
 
-ClientProcess::~ClientProcess()
+std::string ReadFile(const std::string& path)
 {
-    if (pid_ > 0) {
-        kill(pid_, SIGKILL);
-        Wait();
-    }
+    std::ifstream file(path);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
 }
 
-bool ClientProcess::Start(int id, int threads, uint64_t calls)
+// Standard error less the one ERROR line SetDialogEventCallback logs on
+// every call, callback or not.
+std::string UnexpectedLines(const std::string& err)
+{
+    std::istringstream lines(err);
+    std::string kept;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find("SetDialogEventCallback callback is null? : 0") == std::string::npos) {
+            kept += line + "\n";
+        }
+    }
+    return kept;
+}
+
+}  // namespace
+
+ClientProcess::ClientProcess(int id, int threads, uint64_t calls)
+    : threads_(threads), files_(std::string(getenv("TAVIK_RUNTIME_DIR")) + "/client-" + std::to_string(id))
 {
     int in[2];
-    int out[2];
-    int err[2];
-    if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) {
-        return false;
+    if (pipe2(in, O_CLOEXEC) != 0) {
+        return;
     }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, (files_ + ".out").c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0600);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, (files_ + ".err").c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0600);
     std::vector<std::string> args{"/proc/self/exe", CLIENT_ROLE_FLAG, std::to_string(id), std::to_string(threads),
                                   std::to_string(calls)};
     std::vector<char*> argv;
@@ -51,92 +71,106 @@ bool ClientProcess::Start(int id, int threads, uint64_t calls)
     }
     posix_spawn_file_actions_destroy(&actions);
     close(in[0]);
-    close(out[1]);
-    close(err[1]);
     input_ = in[1];
-    outReader_ = std::thread([this, fd = out[0]] { Read(fd, true); });
-    errReader_ = std::thread([this, fd = err[0]] { Read(fd, false); });
-    return pid_ > 0;
 }
 
-void ClientProcess::Read(int fd, bool isOut)
+ClientProcess::~ClientProcess()
 {
-    char buffer[4096];
-    ssize_t n = 0;
-    while ((n = read(fd, buffer, sizeof(buffer))) > 0) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        std::string& text = isOut ? out_ : err_;
-        for (ssize_t i = 0; i < n; ++i) {
-            // Progress dots count until the summary starts; they are not kept.
-            if (isOut && buffer[i] == '.' && text.empty()) {
-                ++progress_;
-            } else {
-                text.push_back(buffer[i]);
-            }
-        }
+    if (pid_ > 0) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
     }
-    close(fd);
-}
-
-bool ClientProcess::WaitForSummary(int seconds)
-{
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (Out().find("SUMMARY") != std::string::npos) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return false;
-}
-
-void ClientProcess::CloseInput()
-{
     if (input_ >= 0) {
         close(input_);
-        input_ = -1;
     }
 }
 
-int ClientProcess::Wait()
+uint64_t ClientProcess::Progress() const
 {
-    CloseInput();
+    std::string out = Out();
+    return std::count(out.begin(), out.begin() + std::min(out.find('\n'), out.size()), '.') * PROGRESS_CALLS;
+}
+
+std::string ClientProcess::Finish(uint64_t calls)
+{
+    if (pid_ <= 0) {
+        return "not started";
+    }
+    close(input_);
+    input_ = -1;
+    for (int i = 0; i < 600 && !Done(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    if (!Done()) {
+        kill(pid_, SIGKILL);
+    }
     int status = 0;
-    if (pid_ > 0) {
-        waitpid(pid_, &status, 0);
-        pid_ = -1;
+    waitpid(pid_, &status, 0);
+    pid_ = -1;
+    std::string out = Out();
+    size_t summary = out.find("SUMMARY");
+    if (summary == std::string::npos) {
+        return "no summary; standard error:\n" + Err();
     }
-    if (outReader_.joinable()) {
-        outReader_.join();
+    uint64_t counts[COUNTS] = {};
+    for (int i = 0; i < COUNTS; ++i) {
+        size_t at = out.find(std::string(" ") + COUNT_NAMES[i] + "=", summary);
+        counts[i] = at == std::string::npos ? 0 : strtoull(out.c_str() + at + strlen(COUNT_NAMES[i]) + 2, nullptr, 10);
     }
-    if (errReader_.joinable()) {
-        errReader_.join();
+    std::string problems;
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        problems += "exit status " + std::to_string(status) + "\n";
     }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    if (calls != 0 && counts[CALLS] != calls * threads_) {
+        problems += "not all calls made\n";
+    }
+    if (counts[FAILURES] != 0) {
+        problems += "failed calls\n";
+    }
+    for (int i = DEVICE_EVENTS; i < COUNTS; ++i) {
+        problems += counts[i] == 0 ? std::string("no ") + COUNT_NAMES[i] + "\n" : "";
+    }
+    problems += UnexpectedLines(Err());
+    return problems.empty() ? problems : problems + out.substr(summary);
 }
 
 std::string ClientProcess::Out() const
 {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return out_;
+    return ReadFile(files_ + ".out");
 }
 
 std::string ClientProcess::Err() const
 {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return err_;
+    return ReadFile(files_ + ".err");
+}
+
+Repeat::Repeat(int threads, const std::function<bool()>& step)
+{
+    for (int i = 0; i < threads; ++i) {
+        threads_.emplace_back([this, step] {
+            while (!stop_) {
+                failures += step() ? 0 : 1;
+                ++steps;
+            }
+        });
+    }
+}
+
+void Repeat::Stop()
+{
+    stop_ = true;
+    for (std::thread& thread : threads_) {
+        if (thread.joinable()) {
+            thread.join();
+        }
+    }
 }
 
 uint64_t ResidentKb(pid_t pid)
 {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.rfind("VmRSS:", 0) == 0) {
-            return strtoull(line.c_str() + strlen("VmRSS:"), nullptr, 10);
-        }
-    }
-    return 0;
+    std::string status = ReadFile("/proc/" + std::to_string(pid) + "/status");
+    size_t at = status.find("VmRSS:");
+    return at == std::string::npos ? 0 : strtoull(status.c_str() + at + strlen("VmRSS:"), nullptr, 10);
 }
 
 uint64_t EnvCount(const char* name, uint64_t fallback)
@@ -144,6 +178,38 @@ uint64_t EnvCount(const char* name, uint64_t fallback)
     const char* value = std::getenv(name);
     uint64_t count = value == nullptr ? 0 : strtoull(value, nullptr, 10);
     return count > 0 ? count : fallback;
+}
+
+void DaemonTest::SetUp()
+{
+    runtimeDir_ = DeviceDetectIntegration::MakeTempDir();
+    ASSERT_FALSE(runtimeDir_.empty());
+    setenv("TAVIK_RUNTIME_DIR", runtimeDir_.c_str(), 1);
+    DeviceDetectProxy::CleanupInstance();
+    daemon_ = std::make_unique<DeviceDetectIntegration::Daemon>(runtimeDir_);
+    ASSERT_TRUE(daemon_->Start(DaemonArgs())) << daemon_->Output();
+}
+
+void DaemonTest::TearDown()
+{
+    DeviceDetectProxy::CleanupInstance();
+    daemon_.reset();
+    DeviceDetectIntegration::RemoveTree(runtimeDir_);
+}
+
+Sim::ControlClient DaemonTest::Control()
+{
+    return Sim::ControlClient(ConnectSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID));
+}
+
+void DaemonTest::ExpectCleanStop()
+{
+    EXPECT_EQ(daemon_->Stop(SIGTERM), 0);
+    std::string output = daemon_->Output();
+    EXPECT_NE(output.find("devicedetectd: stopped (SIGTERM)"), std::string::npos) << output;
+    for (const char* bad : {"Sanitizer", " WARN ", " ERROR "}) {
+        EXPECT_EQ(output.find(bad), std::string::npos) << output;
+    }
 }
 
 }  // namespace DeviceDetectSoak

@@ -32,7 +32,9 @@ std::vector<std::string> OnlineUdids()
 
 using ServiceProxyTest = EmbeddedServiceTest;
 
-TEST_F(ServiceProxyTest, TrustedListHoldsTheOnlineDevicesWithTheirFields)
+// The service keeps the encoded list between calls: every kind of change of
+// the world must show in the next call, each after a call that filled it.
+TEST_F(ServiceProxyTest, TrustedListHoldsTheOnlineDevicesAndFollowsEveryWorldChange)
 {
     std::vector<DeviceInfo> devices;
     ASSERT_EQ(proxy_->GetTrustedDeviceList("pkg", devices), 0);
@@ -41,46 +43,37 @@ TEST_F(ServiceProxyTest, TrustedListHoldsTheOnlineDevicesWithTheirFields)
     EXPECT_EQ(devices[0].GetDeviceName(), "Living Room TV");
     EXPECT_EQ(devices[0].GetDeviceType(), 156u);
 
-    std::string detail;
-    ASSERT_EQ(Sim().SetDeviceState("net-car-0001", DeviceState::ONLINE, detail), SIM_OK);
-    ASSERT_EQ(Sim().SetDeviceState("udid-tv-0001", DeviceState::OFFLINE, detail), SIM_OK);
-    devices.clear();
-    ASSERT_EQ(proxy_->GetTrustedDeviceList("pkg", devices), 0);
-    EXPECT_EQ(Udids(devices), (std::vector<std::string>{"udid-pad-0001", "udid-car-0001", "udid-watch-0001",
-                                                        "udid-pc-0001", "udid-display-0001"}));
-}
-
-// The service keeps the encoded list between calls: every kind of change of
-// the world must show in the next call, each after a call that filled it.
-TEST_F(ServiceProxyTest, TrustedListFollowsEveryKindOfWorldChange)
-{
     Device phone;
     phone.udid = "udid-phone-0009";
     phone.networkId = "net-phone-0009";
-    phone.name = "Spare Phone";
     phone.type = 14;
     phone.state = DeviceState::ONLINE;
     World small;
     small.devices = {phone};
-
-    std::vector<std::string> withPhone = OnlineUdids();
-    withPhone.push_back(phone.udid);
-    const std::vector<std::string> withoutTv(withPhone.begin() + 1, withPhone.end());
     const struct {
         const char* change;
-        std::function<int32_t(std::string&)> apply;
+        std::function<int32_t()> apply;
         std::vector<std::string> expected;
     } steps[] = {
-        {"device added", [&](std::string& detail) { return Sim().AddDevice(phone, detail); }, withPhone},
-        {"device removed", [&](std::string& detail) { return Sim().RemoveDevice("udid-tv-0001", detail); }, withoutTv},
-        {"world loaded", [&](std::string& detail) { return Sim().LoadWorld(small, detail); }, {phone.udid}},
+        {"device added",
+         [&] { return Sim().AddDevice(phone, detail_); },
+         {"udid-tv-0001", "udid-pad-0001", "udid-watch-0001", "udid-pc-0001", "udid-display-0001", phone.udid}},
+        {"device removed",
+         [&] { return Sim().RemoveDevice("udid-tv-0001", detail_); },
+         {"udid-pad-0001", "udid-watch-0001", "udid-pc-0001", "udid-display-0001", phone.udid}},
+        {"states changed",
+         [&] {
+             return Sim().SetDeviceState("net-car-0001", DeviceState::ONLINE, detail_) +
+                    Sim().SetDeviceState("udid-pc-0001", DeviceState::OFFLINE, detail_);
+         },
+         {"udid-pad-0001", "udid-car-0001", "udid-watch-0001", "udid-display-0001", phone.udid}},
+        {"world loaded", [&] { return Sim().LoadWorld(small, detail_); }, {phone.udid}},
     };
     for (const auto& step : steps) {
         SCOPED_TRACE(step.change);
         std::vector<DeviceInfo> before;
         ASSERT_EQ(proxy_->GetTrustedDeviceList("pkg", before), 0);
-        std::string detail;
-        ASSERT_EQ(step.apply(detail), SIM_OK) << detail;
+        ASSERT_EQ(step.apply(), SIM_OK) << detail_;
         std::vector<DeviceInfo> after;
         ASSERT_EQ(proxy_->GetTrustedDeviceList("pkg", after), 0);
         EXPECT_EQ(Udids(after), step.expected);
@@ -152,9 +145,8 @@ TEST_F(ServiceProxyTest, DeviceFilterUsesBothListsAndOpensADetectSession)
     EXPECT_EQ(Udids(devices), (std::vector<std::string>{"udid-pad-0001", "udid-watch-0001"}));
 
     // The car's account type is 2: it passes no session whose account list is {1}.
-    std::string detail;
-    Sim().SetDeviceState("udid-car-0001", DeviceState::ONLINE, detail);
-    Sim().SetDeviceState("udid-watch-0001", DeviceState::OFFLINE, detail);
+    Sim().SetDeviceState("udid-car-0001", DeviceState::ONLINE, detail_);
+    Sim().SetDeviceState("udid-watch-0001", DeviceState::OFFLINE, detail_);
     EXPECT_EQ(detect->Events(), (std::vector<std::string>{"2 udid-watch-0001"}));
 
     // An empty list matches nothing, as the filter's own matching says.
@@ -176,25 +168,20 @@ TEST_F(ServiceProxyTest, AbilityListenerGetsEventsOfMatchingDevicesUntilRemoved)
     ASSERT_EQ(second.first, 0);
     EXPECT_NE(first.second, second.second);
 
-    std::string detail;
-    Sim().SetDeviceState("udid-car-0001", DeviceState::READY, detail);  // offline -> ready: online, then ready
-    Sim().SetDeviceState("udid-tv-0001", DeviceState::OFFLINE, detail);
-    Sim().SetDeviceState("udid-pad-0001", DeviceState::ONLINE, detail);  // no change, no event
-    EXPECT_EQ(all->Summary(),
+    Sim().SetDeviceState("udid-car-0001", DeviceState::READY, detail_);  // offline -> ready: online, then ready
+    Sim().SetDeviceState("udid-tv-0001", DeviceState::OFFLINE, detail_);
+    Sim().SetDeviceState("udid-pad-0001", DeviceState::ONLINE, detail_);  // no change, no event
+    EXPECT_EQ(all->Events(),
               (std::vector<std::string>{"online udid-car-0001", "ready udid-car-0001", "offline udid-tv-0001"}));
-    EXPECT_EQ(maps->Summary(), (std::vector<std::string>{"online udid-car-0001", "ready udid-car-0001"}));
-    DeviceEvent event = all->Events()[0];
-    EXPECT_EQ(event.networkId, "net-car-0001");
-    EXPECT_EQ(event.name, "Family Car");
-    EXPECT_EQ(event.type, 131u);
+    EXPECT_EQ(maps->Events(), (std::vector<std::string>{"online udid-car-0001", "ready udid-car-0001"}));
 
     EXPECT_EQ(proxy_->UnregisterDevChangedCallback(first.second), 0);
     EXPECT_EQ(proxy_->UnregisterDevChangedCallback(first.second), SIM_ERR_NO_SUCH_LISTENER);
     // An ability-filter id is not a service-filter listener.
     EXPECT_EQ(proxy_->UnregisterServiceFilterListener(second.second), SIM_ERR_NO_SUCH_LISTENER);
-    Sim().SetDeviceState("udid-car-0001", DeviceState::OFFLINE, detail);
-    EXPECT_EQ(all->Summary().size(), 3u);
-    EXPECT_EQ(maps->Summary().back(), "offline udid-car-0001");
+    Sim().SetDeviceState("udid-car-0001", DeviceState::OFFLINE, detail_);
+    EXPECT_EQ(all->Events().size(), 3u);
+    EXPECT_EQ(maps->Events().back(), "offline udid-car-0001");
 }
 
 TEST_F(ServiceProxyTest, ServiceFilterListenerMatchesThroughTheFilter)
@@ -204,11 +191,10 @@ TEST_F(ServiceProxyTest, ServiceFilterListenerMatchesThroughTheFilter)
     std::pair<int32_t, uint32_t> registered = proxy_->RegisterCallbackWithServiceFilter(filter, "x", recorder);
     ASSERT_EQ(registered.first, 0);
 
-    std::string detail;
-    Sim().SetDeviceState("udid-laptop-0001", DeviceState::ONLINE, detail);  // 2IN1 with fileShare
-    Sim().SetDeviceState("udid-pc-0001", DeviceState::OFFLINE, detail);     // fileShare, but a PC
-    Sim().SetDeviceState("udid-pad-0001", DeviceState::OFFLINE, detail);
-    EXPECT_EQ(recorder->Summary(), (std::vector<std::string>{"online udid-laptop-0001", "offline udid-pad-0001"}));
+    Sim().SetDeviceState("udid-laptop-0001", DeviceState::ONLINE, detail_);  // 2IN1 with fileShare
+    Sim().SetDeviceState("udid-pc-0001", DeviceState::OFFLINE, detail_);     // fileShare, but a PC
+    Sim().SetDeviceState("udid-pad-0001", DeviceState::OFFLINE, detail_);
+    EXPECT_EQ(recorder->Events(), (std::vector<std::string>{"online udid-laptop-0001", "offline udid-pad-0001"}));
 
     EXPECT_EQ(proxy_->UnregisterDevChangedCallback(registered.second), SIM_ERR_NO_SUCH_LISTENER);
     EXPECT_EQ(proxy_->UnregisterServiceFilterListener(registered.second), 0);
@@ -219,27 +205,17 @@ TEST_F(ServiceProxyTest, ServiceChangedCallbackGetsTheDevicesServiceRecords)
 {
     auto recorder = sptr<ServiceRecorder>::MakeSptr();
     ASSERT_EQ(proxy_->RegisterServiceChangedCallback(recorder), 0);
-    std::string detail;
-    Sim().SetDeviceState("udid-car-0001", DeviceState::ONLINE, detail);
-    ASSERT_EQ(Sim().NotifyServiceChange(3, {"udid-tv-0001", "net-pad-0001"}, detail), SIM_OK);
+    Sim().SetDeviceState("udid-car-0001", DeviceState::ONLINE, detail_);
+    ASSERT_EQ(Sim().NotifyServiceChange(3, {"udid-tv-0001", "net-pad-0001"}, detail_), SIM_OK);
 
-    auto events = recorder->Events();
-    ASSERT_EQ(events.size(), 2u);
-    EXPECT_EQ(events[0].first, static_cast<int32_t>(ServiceChangeEvent::DEVICE_ONLINE));
-    ASSERT_EQ(events[0].second.size(), 1u);
-    const DeviceServiceInfo& car = events[0].second[0];
-    EXPECT_EQ(car.GetDeviceId(), "udid-car-0001");
-    EXPECT_EQ(car.GetNetworkId(), "net-car-0001");
-    EXPECT_EQ(car.GetDeviceType(), 131u);
-    EXPECT_EQ(car.GetServiceRuleList(), std::vector<std::string>{"navigation"});  // no rules: the services
-    EXPECT_EQ(events[1].first, 3);
-    ASSERT_EQ(events[1].second.size(), 2u);
-    EXPECT_EQ(events[1].second[0].GetServiceRuleList(), std::vector<std::string>{"cast:allow"});
-    EXPECT_EQ(events[1].second[1].GetDeviceId(), "udid-pad-0001");
-
+    // The car has no rules: its services stand in.
+    const std::vector<std::string> expected{"1 udid-car-0001,net-car-0001,131,02:00:00:00:00:01[navigation,]",
+                                            "3 udid-tv-0001,net-tv-0001,156,02:00:00:00:00:06[cast:allow,] "
+                                            "udid-pad-0001,net-pad-0001,17,02:00:00:00:00:07[fileShare,keyMouse,]"};
+    EXPECT_EQ(recorder->Events(), expected);
     ASSERT_EQ(proxy_->UnregisterServiceChangedCallback(), 0);
-    Sim().SetDeviceState("udid-car-0001", DeviceState::OFFLINE, detail);
-    EXPECT_EQ(recorder->Events().size(), 2u);
+    Sim().SetDeviceState("udid-car-0001", DeviceState::OFFLINE, detail_);
+    EXPECT_EQ(recorder->Events(), expected);
 }
 
 TEST_F(ServiceProxyTest, DeviceInformationQueries)
@@ -258,8 +234,7 @@ TEST_F(ServiceProxyTest, DeviceInformationQueries)
     // An unknown device fails the call itself: the reply layout has no status.
     EXPECT_EQ(proxy_->GetRemoteDeviceDynamicInfo("ghost", {"battery"}, infos), 1008);
 
-    std::string detail;
-    ASSERT_EQ(Sim().SetDynamicInfo("udid-pad-0001", "battery", "15", detail), SIM_OK);
+    ASSERT_EQ(Sim().SetDynamicInfo("udid-pad-0001", "battery", "15", detail_), SIM_OK);
     infos.clear();
     ASSERT_EQ(proxy_->GetRemoteDeviceDynamicInfo("udid-pad-0001", {"battery"}, infos), 0);
     EXPECT_EQ(infos[0].GetValue(), "15");
@@ -296,9 +271,8 @@ TEST_F(ServiceProxyTest, DeliveriesReachTheCallbacksOfTheirCode)
     auto minusSeven = sptr<DeliverRecorder>::MakeSptr();
     ASSERT_EQ(proxy_->RegisterServiceDeliverCallback(5, five), 0);
     ASSERT_EQ(proxy_->RegisterServiceDeliverCallback(-7, minusSeven), 0);
-    std::string detail;
-    Sim().Deliver(false, -7, "for -7", detail);
-    Sim().Deliver(true, 0, "for all", detail);
+    Sim().Deliver(false, -7, "for -7", detail_);
+    Sim().Deliver(true, 0, "for all", detail_);
     EXPECT_EQ(five->Events(), (std::vector<std::string>{"for all"}));
     EXPECT_EQ(minusSeven->Events(), (std::vector<std::string>{"for -7", "for all"}));
 }
@@ -309,8 +283,7 @@ TEST_F(ServiceProxyTest, DialogEventIsAnsweredThroughTheDialogCallback)
     ASSERT_EQ(proxy_->SetDialogEventCallback(dialog), 0);
     ASSERT_EQ(proxy_->NotifyAppDialogEvent("open \"x\""), 0);
     EXPECT_EQ(dialog->Events(), (std::vector<std::string>{"{\"event\":\"open \\\"x\\\"\",\"reply\":\"confirm\"}"}));
-    std::string detail;
-    Sim().DialogReply("plain", detail);
+    Sim().DialogReply("plain", detail_);
     EXPECT_EQ(dialog->Events().back(), "plain");
 }
 
@@ -318,13 +291,11 @@ TEST_F(ServiceProxyTest, ServiceRequestsPublishTheirResults)
 {
     auto publish = sptr<PublishRecorder>::MakeSptr();
     ASSERT_EQ(proxy_->RequestService("com.example", publish), 0);
-    std::string detail;
-    EXPECT_EQ(Sim().PublishResult("com.other", 9, 0, detail), SIM_ERR_NOT_REGISTERED);
-    EXPECT_EQ(Sim().PublishResult("com.example", 9, 4, detail), SIM_OK);
+    EXPECT_EQ(Sim().PublishResult("com.other", 9, 0, detail_), SIM_ERR_NOT_REGISTERED);
+    EXPECT_EQ(Sim().PublishResult("com.example", 9, 4, detail_), SIM_OK);
     EXPECT_EQ(proxy_->UnRequestService("com.example"), 0);
     EXPECT_EQ(proxy_->UnRequestService("com.example"), SIM_ERR_NOT_REGISTERED);
-    using Event = std::pair<uint32_t, uint32_t>;
-    EXPECT_EQ(publish->Events(), (std::vector<Event>{{1, 0}, {9, 4}, {2, 0}}));
+    EXPECT_EQ(publish->Events(), (std::vector<std::string>{"1 0", "9 4", "2 0"}));
     EXPECT_EQ(proxy_->RequestService("", publish), SIM_ERR_INVALID_ARGUMENT);
 }
 

@@ -6,6 +6,7 @@
 #include "control_client.h"
 #include "device_detect_descriptors.h"
 #include "device_detect_request_code.h"
+#include "ipc_status.h"
 #include "service_filter.h"
 #include "service_test_util.h"
 #include "sim_protocol.h"
@@ -25,33 +26,48 @@ const bool g_privateRuntimeDir = [] {
 
 using Code = DeviceDetectRequestCode;
 
-struct LayoutCase {
-    Code code;
-    // Writes the request after the token.
-    std::function<bool(MessageParcel&)> request;
-    // Reads the whole reply; false when an item is missing or wrong.
-    std::function<bool(MessageParcel&)> reply;
-};
+using Parcel = std::function<bool(MessageParcel&)>;
 
-bool ReadStatus(MessageParcel& reply, int32_t expected)
+// Request writers (after the token) and whole-reply readers, false when an
+// item is missing or wrong.
+const Parcel NOTHING = [](MessageParcel&) { return true; };
+Parcel String(const char* value)
 {
-    int32_t status = -1;
-    return reply.ReadInt32(status) && status == expected;
+    return [value](MessageParcel& d) { return d.WriteString(value); };
 }
-
-// uint32 count, then count DeviceInfo records.
-bool ReadDeviceList(MessageParcel& reply, uint32_t expected)
+Parcel Status(int32_t expected)
 {
-    uint32_t count = 0;
-    if (!reply.ReadUint32(count) || count != expected) {
-        return false;
-    }
-    for (uint32_t i = 0; i < count; ++i) {
-        if (reply.ReadStrongParcelable<DeviceInfo>() == nullptr) {
+    return [expected](MessageParcel& r) {
+        int32_t status = -1;
+        return r.ReadInt32(status) && status == expected;
+    };
+}
+Parcel StatusAndId(uint32_t expected)
+{
+    return [expected](MessageParcel& r) {
+        uint32_t id = 0;
+        return Status(SIM_OK)(r) && r.ReadUint32(id) && id == expected;
+    };
+}
+const Parcel TRUE = [](MessageParcel& r) {
+    bool value = false;
+    return r.ReadBool(value) && value;
+};
+// uint32 count, then count DeviceInfo records.
+Parcel DeviceList(uint32_t expected)
+{
+    return [expected](MessageParcel& r) {
+        uint32_t count = 0;
+        if (!r.ReadUint32(count) || count != expected) {
             return false;
         }
-    }
-    return true;
+        for (uint32_t i = 0; i < count; ++i) {
+            if (r.ReadStrongParcelable<DeviceInfo>() == nullptr) {
+                return false;
+            }
+        }
+        return true;
+    };
 }
 
 class ServiceStubTest : public EmbeddedServiceTest {
@@ -61,8 +77,6 @@ protected:
         MessageOption option;
         return service_.Object()->SendRequest(code, data, reply, option);
     }
-
-    sptr<IRemoteObject> Stub(IRemoteObject* object) { return sptr<IRemoteObject>(object); }
 };
 
 TEST_F(ServiceStubTest, EveryCodeAnswersWithItsReplyLayout)
@@ -78,9 +92,12 @@ TEST_F(ServiceStubTest, EveryCodeAnswersWithItsReplyLayout)
     sptr<IRemoteObject> publishCallback = sptr<PublishRecorder>::MakeSptr()->AsObject();
     sptr<IRemoteObject> keyMouse(new IPCObjectStub(u"test.KeyMouse"));
 
-    const LayoutCase cases[] = {
-        {Code::GET_TRUSTED_DEVICE_LIST, [](MessageParcel& d) { return d.WriteString("x"); },
-         [](MessageParcel& r) { return ReadDeviceList(r, 5); }},
+    const struct {
+        Code code;
+        Parcel request;
+        Parcel reply;
+    } cases[] = {
+        {Code::GET_TRUSTED_DEVICE_LIST, String("x"), DeviceList(5)},
         {Code::GET_TRUSTED_DEVICE_LIST_WITH_ABILITY_FILTER,
          [&](MessageParcel& d) { return d.WriteUint32(1) && d.WriteStrongParcelable(abilityFilter); },
          [](MessageParcel& r) {
@@ -98,41 +115,30 @@ TEST_F(ServiceStubTest, EveryCodeAnswersWithItsReplyLayout)
              return true;
          }},
         {Code::GET_TRUSTED_DEVICE_LIST_WITH_SERVICE_FILTER,
-         [&](MessageParcel& d) { return d.WriteStrongParcelable(serviceFilter) && d.WriteString("x"); },
-         [](MessageParcel& r) { return ReadDeviceList(r, 3); }},
+         [&](MessageParcel& d) { return d.WriteStrongParcelable(serviceFilter) && d.WriteString("x"); }, DeviceList(3)},
         {Code::REGISTER_DEV_CHANGED_CALLBACK,
          [&](MessageParcel& d) {
              return d.WriteStrongParcelable(abilityFilter) && d.WriteString("x") && d.WriteRemoteObject(deviceCallback);
          },
-         [](MessageParcel& r) {
-             uint32_t id = 0;
-             return ReadStatus(r, SIM_OK) && r.ReadUint32(id) && id == 1;
-         }},
-        {Code::UNREGISTER_DEV_CHANGED_CALLBACK, [](MessageParcel& d) { return d.WriteInt32(1); },
-         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
+         StatusAndId(1)},
+        {Code::UNREGISTER_DEV_CHANGED_CALLBACK, [](MessageParcel& d) { return d.WriteInt32(1); }, Status(SIM_OK)},
         {Code::REGISTER_CALLBACK_WITH_SERVICE_FILTER,
          [&](MessageParcel& d) {
              return d.WriteStrongParcelable(serviceFilter) && d.WriteString("x") && d.WriteRemoteObject(deviceCallback);
          },
-         [](MessageParcel& r) {
-             uint32_t id = 0;
-             return ReadStatus(r, SIM_OK) && r.ReadUint32(id) && id == 2;
-         }},
-        {Code::UNREGISTER_SERVICE_FILTER_LISTENER, [](MessageParcel& d) { return d.WriteInt32(2); },
-         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
+         StatusAndId(2)},
+        {Code::UNREGISTER_SERVICE_FILTER_LISTENER, [](MessageParcel& d) { return d.WriteInt32(2); }, Status(SIM_OK)},
         {Code::REGISTER_SERVICE_CHANGED_CALLBACK,
-         [&](MessageParcel& d) { return d.WriteRemoteObject(serviceCallback); },
-         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
-        {Code::UNREGISTER_SERVICE_CHANGED_CALLBACK, [](MessageParcel&) { return true; },
-         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
-        {Code::GET_LOCAL_DEVICE_INFO, [](MessageParcel&) { return true; },
+         [&](MessageParcel& d) { return d.WriteRemoteObject(serviceCallback); }, Status(SIM_OK)},
+        {Code::UNREGISTER_SERVICE_CHANGED_CALLBACK, NOTHING, Status(SIM_OK)},
+        {Code::GET_LOCAL_DEVICE_INFO, NOTHING,
          [](MessageParcel& r) {
              sptr<DeviceInfo> local = r.ReadStrongParcelable<DeviceInfo>();
              return local != nullptr && local->GetDeviceName() == "My Phone";
          }},
         {Code::GET_TRUSTED_DEVICE_LIST_WITH_DEVICE_FILTER,
          [&](MessageParcel& d) { return d.WriteStrongParcelable(deviceFilter) && d.WriteRemoteObject(detectCallback); },
-         [](MessageParcel& r) { return ReadDeviceList(r, 1); }},
+         DeviceList(1)},
         {Code::GET_REMOTE_DEVICE_DYNAMIC_INFO,
          [](MessageParcel& d) {
              return d.WriteString("udid-tv-0001") && d.WriteStringVector({"volume", "power"});
@@ -146,47 +152,31 @@ TEST_F(ServiceStubTest, EveryCodeAnswersWithItsReplyLayout)
              sptr<DeviceDynamicInfo> power = r.ReadStrongParcelable<DeviceDynamicInfo>();
              return volume != nullptr && volume->GetValue() == "35" && power != nullptr && power->GetValue() == "on";
          }},
-        {Code::QUERY_DEVICE_CONFIG_INFO, [](MessageParcel& d) { return d.WriteString("net-tv-0001"); },
+        {Code::QUERY_DEVICE_CONFIG_INFO, String("net-tv-0001"),
          [](MessageParcel& r) {
              sptr<DeviceConfigInfo> config = r.ReadStrongParcelable<DeviceConfigInfo>();
              return config != nullptr && config->GetModelId() == "TV-X55";
          }},
         {Code::REGISTER_SERVICE_DELIVER_CALLBACK,
-         [&](MessageParcel& d) { return d.WriteString("-7") && d.WriteRemoteObject(deliverCallback); },
-         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
+         [&](MessageParcel& d) { return d.WriteString("-7") && d.WriteRemoteObject(deliverCallback); }, Status(SIM_OK)},
         {Code::SET_DIALOG_EVENT_CALLBACK, [&](MessageParcel& d) { return d.WriteRemoteObject(dialogCallback); },
-         [](MessageParcel&) { return true; }},
-        {Code::NOTIFY_APP_DIALOG_EVENT, [](MessageParcel& d) { return d.WriteString("event"); },
-         [](MessageParcel&) { return true; }},
+         NOTHING},
+        {Code::NOTIFY_APP_DIALOG_EVENT, String("event"), NOTHING},
         {Code::REQUEST_SERVICE,
          [&](MessageParcel& d) { return d.WriteString("com.example") && d.WriteRemoteObject(publishCallback); },
-         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
-        {Code::UN_REQUEST_SERVICE, [](MessageParcel& d) { return d.WriteString("com.example"); },
-         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
-        {Code::GET_DEVICE_SWITCH, [](MessageParcel& d) { return d.WriteString("udid-pc-0001"); },
-         [](MessageParcel& r) { return ReadStatus(r, 1); }},
+         Status(SIM_OK)},
+        {Code::UN_REQUEST_SERVICE, String("com.example"), Status(SIM_OK)},
+        {Code::GET_DEVICE_SWITCH, String("udid-pc-0001"), Status(1)},
         {Code::REGISTER_KEY_MOUSE_CALLBACK,
-         [&](MessageParcel& d) { return d.WriteString("caller") && d.WriteRemoteObject(keyMouse); },
-         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
-        {Code::UNREGISTER_KEY_MOUSE_CALLBACK, [](MessageParcel& d) { return d.WriteString("caller"); },
-         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
-        {Code::UPDATE_KEY_MOUSE_EDGE_SWITCH, [](MessageParcel& d) { return d.WriteBool(true); },
-         [](MessageParcel& r) { return ReadStatus(r, SIM_OK); }},
-        {Code::GET_IS_SAME_DEVICE_ACCOUNT, [](MessageParcel& d) { return d.WriteString("net-tv-0001"); },
-         [](MessageParcel& r) {
-             bool value = false;
-             return r.ReadBool(value) && value;
-         }},
-        {Code::GET_BIND_KEYMOUSE_SERVICE_REQ, [](MessageParcel& d) { return d.WriteBool(true); },
-         [](MessageParcel&) { return true; }},
-        {Code::GET_IS_NEXT_TYPE_DEVICE, [](MessageParcel& d) { return d.WriteString("net-pc-0001"); },
-         [](MessageParcel& r) {
-             bool value = false;
-             return r.ReadBool(value) && value;
-         }},
+         [&](MessageParcel& d) { return d.WriteString("caller") && d.WriteRemoteObject(keyMouse); }, Status(SIM_OK)},
+        {Code::UNREGISTER_KEY_MOUSE_CALLBACK, String("caller"), Status(SIM_OK)},
+        {Code::UPDATE_KEY_MOUSE_EDGE_SWITCH, [](MessageParcel& d) { return d.WriteBool(true); }, Status(SIM_OK)},
+        {Code::GET_IS_SAME_DEVICE_ACCOUNT, String("net-tv-0001"), TRUE},
+        {Code::GET_BIND_KEYMOUSE_SERVICE_REQ, [](MessageParcel& d) { return d.WriteBool(true); }, NOTHING},
+        {Code::GET_IS_NEXT_TYPE_DEVICE, String("net-pc-0001"), TRUE},
     };
     ASSERT_EQ(sizeof(cases) / sizeof(cases[0]), 25u);
-    for (const LayoutCase& c : cases) {
+    for (const auto& c : cases) {
         const char* name = DeviceDetectRequestCodeToString(ToCode(c.code));
         MessageParcel data;
         MessageParcel reply;
@@ -202,51 +192,43 @@ TEST_F(ServiceStubTest, MalformedRequestsAreRefused)
     struct Case {
         const char* what;
         uint32_t code;
-        std::function<bool(MessageParcel&)> request;
+        Parcel request;
         int32_t sendResult;
-        // The status in the reply, for codes whose layout has one.
-        bool hasStatus;
-        int32_t status;
+        Parcel reply;  // the status, for codes whose layout has one
     };
     const Case cases[] = {
-        {"string missing", ToCode(Code::GET_TRUSTED_DEVICE_LIST), [](MessageParcel&) { return true; },
-         SIM_ERR_INVALID_ARGUMENT, false, 0},
+        {"string missing", ToCode(Code::GET_TRUSTED_DEVICE_LIST), NOTHING, SIM_ERR_INVALID_ARGUMENT, NOTHING},
         {"filter count past the limit", ToCode(Code::GET_TRUSTED_DEVICE_LIST_WITH_ABILITY_FILTER),
-         [](MessageParcel& d) { return d.WriteUint32(1025); }, SIM_ERR_INVALID_ARGUMENT, false, 0},
+         [](MessageParcel& d) { return d.WriteUint32(1025); }, SIM_ERR_INVALID_ARGUMENT, NOTHING},
         {"service filter absent", ToCode(Code::GET_TRUSTED_DEVICE_LIST_WITH_SERVICE_FILTER),
-         [](MessageParcel& d) { return d.WriteInt32(0) && d.WriteString("x"); }, SIM_ERR_INVALID_ARGUMENT, false, 0},
+         [](MessageParcel& d) { return d.WriteInt32(0) && d.WriteString("x"); }, SIM_ERR_INVALID_ARGUMENT, NOTHING},
         {"ability filter absent", ToCode(Code::REGISTER_DEV_CHANGED_CALLBACK),
-         [](MessageParcel& d) { return d.WriteInt32(0); }, 0, true, SIM_ERR_INVALID_ARGUMENT},
+         [](MessageParcel& d) { return d.WriteInt32(0); }, 0, Status(SIM_ERR_INVALID_ARGUMENT)},
         {"listener callback absent", ToCode(Code::REGISTER_DEV_CHANGED_CALLBACK),
          [](MessageParcel& d) { return d.WriteStrongParcelable(sptr<AbilityFilter>::MakeSptr()) && d.WriteString(""); },
-         0, true, SIM_ERR_NULL_CALLBACK},
-        {"listener id missing", ToCode(Code::UNREGISTER_SERVICE_FILTER_LISTENER), [](MessageParcel&) { return true; },
-         0, true, SIM_ERR_INVALID_ARGUMENT},
+         0, Status(SIM_ERR_NULL_CALLBACK)},
+        {"listener id missing", ToCode(Code::UNREGISTER_SERVICE_FILTER_LISTENER), NOTHING, 0,
+         Status(SIM_ERR_INVALID_ARGUMENT)},
         {"device filter absent", ToCode(Code::GET_TRUSTED_DEVICE_LIST_WITH_DEVICE_FILTER),
-         [](MessageParcel& d) { return d.WriteInt32(0); }, SIM_ERR_INVALID_ARGUMENT, false, 0},
-        {"key list missing", ToCode(Code::GET_REMOTE_DEVICE_DYNAMIC_INFO),
-         [](MessageParcel& d) { return d.WriteString("udid-tv-0001"); }, SIM_ERR_INVALID_ARGUMENT, false, 0},
-        {"deliver code not decimal", ToCode(Code::REGISTER_SERVICE_DELIVER_CALLBACK),
-         [](MessageParcel& d) { return d.WriteString("7a"); }, 0, true, SIM_ERR_INVALID_ARGUMENT},
-        {"deliver code out of range", ToCode(Code::REGISTER_SERVICE_DELIVER_CALLBACK),
-         [](MessageParcel& d) { return d.WriteString("2147483648"); }, 0, true, SIM_ERR_INVALID_ARGUMENT},
-        {"dialog callback absent", ToCode(Code::SET_DIALOG_EVENT_CALLBACK), [](MessageParcel&) { return true; },
-         SIM_ERR_NULL_CALLBACK, false, 0},
-        {"edge switch missing", ToCode(Code::UPDATE_KEY_MOUSE_EDGE_SWITCH), [](MessageParcel&) { return true; }, 0,
-         true, SIM_ERR_INVALID_ARGUMENT},
-        {"unknown code 2", 2, [](MessageParcel&) { return true; }, IPC_ERR_UNKNOWN_TRANSACTION, false, 0},
-        {"unknown code 29", 29, [](MessageParcel&) { return true; }, IPC_ERR_UNKNOWN_TRANSACTION, false, 0},
+         [](MessageParcel& d) { return d.WriteInt32(0); }, SIM_ERR_INVALID_ARGUMENT, NOTHING},
+        {"key list missing", ToCode(Code::GET_REMOTE_DEVICE_DYNAMIC_INFO), String("udid-tv-0001"),
+         SIM_ERR_INVALID_ARGUMENT, NOTHING},
+        {"deliver code not decimal", ToCode(Code::REGISTER_SERVICE_DELIVER_CALLBACK), String("7a"), 0,
+         Status(SIM_ERR_INVALID_ARGUMENT)},
+        {"deliver code out of range", ToCode(Code::REGISTER_SERVICE_DELIVER_CALLBACK), String("2147483648"), 0,
+         Status(SIM_ERR_INVALID_ARGUMENT)},
+        {"dialog callback absent", ToCode(Code::SET_DIALOG_EVENT_CALLBACK), NOTHING, SIM_ERR_NULL_CALLBACK, NOTHING},
+        {"edge switch missing", ToCode(Code::UPDATE_KEY_MOUSE_EDGE_SWITCH), NOTHING, 0,
+         Status(SIM_ERR_INVALID_ARGUMENT)},
+        {"unknown code 2", 2, NOTHING, IPC_ERR_UNKNOWN_TRANSACTION, NOTHING},
+        {"unknown code 29", 29, NOTHING, IPC_ERR_UNKNOWN_TRANSACTION, NOTHING},
     };
     for (const Case& c : cases) {
         MessageParcel data;
         MessageParcel reply;
         ASSERT_TRUE(data.WriteInterfaceToken(Descriptor::DEVICE_DETECT) && c.request(data)) << c.what;
         EXPECT_EQ(Send(c.code, data, reply), c.sendResult) << c.what;
-        if (c.hasStatus) {
-            int32_t status = 0;
-            EXPECT_TRUE(reply.ReadInt32(status)) << c.what;
-            EXPECT_EQ(status, c.status) << c.what;
-        }
+        EXPECT_TRUE(c.reply(reply)) << c.what;
     }
     EXPECT_EQ(Sim().Registrations().abilityListeners, 0u);
     EXPECT_EQ(Sim().Registrations().deliverCallbacks, 0u);

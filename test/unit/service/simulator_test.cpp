@@ -5,6 +5,7 @@
 #include "ability_filter.h"
 #include "device_detect_request_code.h"
 #include "device_filter.h"
+#include "fake_remote_object.h"
 #include "service_filter.h"
 #include "service_test_util.h"
 #include "sim_status.h"
@@ -17,6 +18,17 @@ namespace Test {
 namespace {
 
 using ListenerCode = DeviceChangedCallbackCode;
+// A client object in another process, as the service sees it.
+using FakeClient = Tavik::Test::FakeRemoteObject;
+
+std::vector<uint32_t> Codes(const FakeClient& client)
+{
+    std::vector<uint32_t> codes;
+    for (const Tavik::Test::RecordedRequest& request : client.Requests()) {
+        codes.push_back(request.code);
+    }
+    return codes;
+}
 
 class SimulatorTest : public ::testing::Test {
 protected:
@@ -50,7 +62,7 @@ TEST_F(SimulatorTest, StateChangesSendTheEventsOfTheTransition)
         sptr<FakeClient> client = sptr<FakeClient>::MakeSptr();
         ASSERT_EQ(sim->AddAbilityListener(sptr<AbilityFilter>::MakeSptr(), "", client).first, SIM_OK);
         ASSERT_EQ(sim->SetDeviceState("udid-car-0001", c.to, detail_), SIM_OK);
-        EXPECT_EQ(client->Codes(), c.codes) << DeviceStateToString(c.from) << " -> " << DeviceStateToString(c.to);
+        EXPECT_EQ(Codes(*client), c.codes) << DeviceStateToString(c.from) << " -> " << DeviceStateToString(c.to);
     }
 }
 
@@ -66,7 +78,7 @@ TEST_F(SimulatorTest, AddingAndRemovingOnlineDevicesSendsTheirEvents)
     ASSERT_EQ(sim_->RemoveDevice("n1", detail_), SIM_OK);
     device.state = DeviceState::OFFLINE;
     ASSERT_EQ(sim_->AddDevice(device, detail_), SIM_OK);
-    EXPECT_EQ(client->Codes(), (std::vector<uint32_t>{0, 3, 1}));
+    EXPECT_EQ(Codes(*client), (std::vector<uint32_t>{0, 3, 1}));
 
     device.udid = "udid-local-phone-0001";  // the local device's id is taken too
     device.networkId = "n2";
@@ -124,7 +136,7 @@ TEST_F(SimulatorTest, DeathDropsEveryRegistrationOfThatClient)
     }
     ASSERT_EQ(sim_->RequestService("pkg.dying", dying), SIM_OK);
     ASSERT_EQ(sim_->AddKeyMouseCallback("dying", dying), SIM_OK);
-    EXPECT_EQ(dying->RecipientCount(), 1u);  // one recipient however many registrations
+    EXPECT_EQ(dying->DeathRecipientCount(), 1u);  // one recipient however many registrations
     EXPECT_EQ(sim_->Registrations().watchedClients, 2u);
 
     dying->Die();
@@ -141,29 +153,26 @@ TEST_F(SimulatorTest, DeathDropsEveryRegistrationOfThatClient)
 
     // Later events go to the survivor only.
     sim_->SetDeviceState("udid-car-0001", DeviceState::ONLINE, detail_);
-    std::vector<uint32_t> codes = staying->Codes();
+    std::vector<uint32_t> codes = Codes(*staying);
     EXPECT_NE(std::find(codes.begin(), codes.end(), 0u), codes.end());
-    EXPECT_EQ(dying->Codes().size(), 1u);  // the publish event of its request, nothing after
+    EXPECT_EQ(Codes(*dying).size(), 1u);  // the publish event of its request, nothing after
 }
 
-TEST_F(SimulatorTest, LastRemovalDetachesTheRecipient)
+TEST_F(SimulatorTest, TheRecipientStaysUntilTheLastRemovalAndAGoneClientIsNotKept)
 {
     sptr<FakeClient> client = sptr<FakeClient>::MakeSptr();
     uint32_t first = sim_->AddAbilityListener(sptr<AbilityFilter>::MakeSptr(), "", client).second;
     uint32_t second = sim_->AddAbilityListener(sptr<AbilityFilter>::MakeSptr(), "", client).second;
-    EXPECT_EQ(client->RecipientCount(), 1u);
+    EXPECT_EQ(client->DeathRecipientCount(), 1u);
     EXPECT_EQ(sim_->RemoveAbilityListener(first), SIM_OK);
-    EXPECT_EQ(client->RecipientCount(), 1u);
+    EXPECT_EQ(client->DeathRecipientCount(), 1u);
     EXPECT_EQ(sim_->RemoveAbilityListener(second), SIM_OK);
-    EXPECT_EQ(client->RecipientCount(), 0u);
+    EXPECT_EQ(client->DeathRecipientCount(), 0u);
     EXPECT_EQ(sim_->Registrations().watchedClients, 0u);
-}
 
-TEST_F(SimulatorTest, AClientAlreadyGoneIsNotKept)
-{
-    sptr<FakeClient> gone = sptr<FakeClient>::MakeSptr(false);
-    std::pair<int32_t, uint32_t> result = sim_->AddAbilityListener(sptr<AbilityFilter>::MakeSptr(), "", gone);
-    EXPECT_EQ(result.first, SIM_OK);  // accepted, then dropped when its death recipient was refused
+    // Accepted, then dropped when its death recipient was refused.
+    client->Die();
+    EXPECT_EQ(sim_->AddAbilityListener(sptr<AbilityFilter>::MakeSptr(), "", client).first, SIM_OK);
     EXPECT_EQ(sim_->Registrations().abilityListeners, 0u);
     EXPECT_EQ(sim_->Registrations().watchedClients, 0u);
 }
@@ -206,8 +215,8 @@ TEST_F(SimulatorTest, CallerKeySelectsTheServiceCallbacksToRemove)
     sim_->AddServiceChangedCallback(two);
     EXPECT_EQ(sim_->RemoveServiceChangedCallbacks(), SIM_OK);
     EXPECT_EQ(sim_->Registrations().serviceChangedCallbacks, 1u);
-    EXPECT_EQ(one->RecipientCount(), 1u);
-    EXPECT_EQ(two->RecipientCount(), 0u);
+    EXPECT_EQ(one->DeathRecipientCount(), 1u);
+    EXPECT_EQ(two->DeathRecipientCount(), 0u);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // World files: every fault named by its field, the examples and the built-in
 // world valid, and a world written out reading back the same.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <set>
 
@@ -13,11 +14,17 @@ namespace {
 
 std::string ExamplesDir()
 {
-    std::string file = __FILE__;  // <root>/test/unit/service/world_json_test.cpp
-    for (int i = 0; i < 4; ++i) {
-        file = file.substr(0, file.rfind('/'));
+    // A relative __FILE__ (the compiler was given a relative path, as with
+    // ccache's base directory) is relative to the build directory, the parent
+    // of this binary's bin/.
+    std::string file = __FILE__;
+    if (file[0] != '/') {
+        char exe[4096] = {};
+        ssize_t length = readlink("/proc/self/exe", exe, sizeof(exe) - 1);
+        std::string binary(exe, length > 0 ? length : 0);
+        file = binary.substr(0, binary.rfind("/bin/")) + "/" + file;
     }
-    return file + "/examples/worlds/";
+    return file.substr(0, file.rfind("/test/unit/")) + "/examples/worlds/";
 }
 
 const char* LOCAL = R"("local":{"udid":"l","networkId":"ln","name":"Me","type":"PHONE"})";
