@@ -160,10 +160,7 @@ std::vector<std::string> DocumentExamples(const std::string& path)
 
 TEST(ParcelGoldenTest, DocumentExamplesAreGolden)
 {
-    const std::string here = __FILE__;
-    const size_t root = here.rfind("/test/unit/platform/");
-    ASSERT_NE(root, std::string::npos) << "cannot locate the source tree from " << here;
-    const std::string path = here.substr(0, root) + "/docs/wire-format.md";
+    const std::string path = DD_SOURCE_DIR "/docs/wire-format.md";
 
     std::set<std::string> golden;
     for (const GoldenCase& c : GoldenCases()) {

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <functional>
@@ -390,17 +389,7 @@ TEST(ScenarioFileTest, WritingAndReadingBackKeepsEveryStep)
 
 TEST(ScenarioFileTest, TheExamplesLoadAndAFileErrorNamesTheFile)
 {
-    // A relative __FILE__ (the compiler was given a relative path, as with
-    // ccache's base directory) is relative to the build directory, the parent
-    // of this binary's bin/.
-    std::string file = __FILE__;
-    if (file[0] != '/') {
-        char exe[4096] = {};
-        ssize_t length = readlink("/proc/self/exe", exe, sizeof(exe) - 1);
-        std::string binary(exe, length > 0 ? length : 0);
-        file = binary.substr(0, binary.rfind("/bin/")) + "/" + file;
-    }
-    std::string root = file.substr(0, file.rfind("/test/unit/scenario/"));
+    const std::string root = DD_SOURCE_DIR;
     for (const char* name : {"car_arrives.json", "cast_session.json", "office_morning.json"}) {
         Scenario scenario;
         std::string error;

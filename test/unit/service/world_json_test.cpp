@@ -1,7 +1,6 @@
 // World files: every fault named by its field, the examples and the built-in
 // world valid, and a world written out reading back the same.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <set>
 
@@ -14,17 +13,7 @@ namespace {
 
 std::string ExamplesDir()
 {
-    // A relative __FILE__ (the compiler was given a relative path, as with
-    // ccache's base directory) is relative to the build directory, the parent
-    // of this binary's bin/.
-    std::string file = __FILE__;
-    if (file[0] != '/') {
-        char exe[4096] = {};
-        ssize_t length = readlink("/proc/self/exe", exe, sizeof(exe) - 1);
-        std::string binary(exe, length > 0 ? length : 0);
-        file = binary.substr(0, binary.rfind("/bin/")) + "/" + file;
-    }
-    return file.substr(0, file.rfind("/test/unit/")) + "/examples/worlds/";
+    return DD_SOURCE_DIR "/examples/worlds/";
 }
 
 const char* LOCAL = R"("local":{"udid":"l","networkId":"ln","name":"Me","type":"PHONE"})";
