@@ -12,12 +12,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include "../unit/service/service_test_util.h"
 #include "control_client.h"
 #include "device_detect_proxy.h"
-#include "device_detect_request_code.h"
-#include "device_detect_status.h"
 #include "process_util.h"
-#include "service_filter.h"
 #include "sim_status.h"
 #include "socket_transport.h"
 
@@ -40,43 +38,6 @@ bool WaitUntil(const std::function<bool()>& done)
     }
     return true;
 }
-
-// The events a callback saw, each as one line.
-class EventLog {
-public:
-    std::vector<std::string> Events()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return events_;
-    }
-
-protected:
-    int32_t Note(const std::string& event)
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        events_.push_back(event);
-        return 0;
-    }
-
-private:
-    std::mutex mutex_;
-    std::vector<std::string> events_;
-};
-
-class Recorder : public DeviceChangedCallbackStub, public EventLog {
-public:
-    int32_t OnDeviceOnline(DeviceInfo& device) override { return Note("online " + device.GetDeviceUdid()); }
-    int32_t OnDeviceOffline(DeviceInfo& device) override { return Note("offline " + device.GetDeviceUdid()); }
-    int32_t OnDeviceReady(DeviceInfo& device) override { return Note("ready " + device.GetDeviceUdid()); }
-};
-
-class ServiceRecorder : public ServiceChangedCallbackStub, public EventLog {
-public:
-    int32_t OnDeviceEvent(int32_t event, std::vector<DeviceServiceInfo> infos) override
-    {
-        return Note(std::to_string(event) + " " + (infos.empty() ? "" : infos[0].GetDeviceId()));
-    }
-};
 
 class IntegrationTest : public ::testing::Test {
 protected:
@@ -114,73 +75,12 @@ protected:
     std::unique_ptr<Daemon> daemon_;
 };
 
-TEST_F(IntegrationTest, EveryRequestCodeEndToEnd)
-{
-    sptr<DeviceDetectProxy> proxy = DeviceDetectProxy::GetInstance();
-    ASSERT_NE(proxy, nullptr);
-    std::vector<DeviceInfo> devices;
-    EXPECT_EQ(proxy->GetTrustedDeviceList("it", devices), 0);  // 1
-    EXPECT_EQ(devices.size(), 5u);
-    std::vector<sptr<AbilityFilter>> filters{sptr<AbilityFilter>::MakeSptr("com.tavik.files")};
-    std::list<std::tuple<DeviceInfo, std::list<sptr<AbilityFilter>>>> withAbilities;
-    EXPECT_EQ(proxy->GetTrustedDeviceListWithAbilityFilter(filters, withAbilities), 0);  // 4
-    EXPECT_EQ(withAbilities.size(), 2u);
-    devices.clear();
-    EXPECT_EQ(proxy->GetTrustedDeviceListWithServiceFilter(
-                  sptr<ServiceFilter>::MakeSptr("castService", std::vector<std::string>{"TV"}), "it", devices),
-              0);  // 6
-    ASSERT_EQ(devices.size(), 1u);
-    EXPECT_EQ(devices[0].GetDeviceUdid(), "udid-tv-0001");
-    auto recorder = sptr<Recorder>::MakeSptr();
-    auto ability = proxy->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr(), "it", recorder);  // 7
-    EXPECT_EQ(ability.first, 0);
-    EXPECT_EQ(proxy->UnregisterDevChangedCallback(ability.second), 0);                                           // 8
-    auto byService = proxy->RegisterCallbackWithServiceFilter(sptr<ServiceFilter>::MakeSptr(), "it", recorder);  // 9
-    EXPECT_EQ(byService.first, 0);
-    EXPECT_EQ(proxy->UnregisterServiceFilterListener(byService.second), 0);                  // 10
-    EXPECT_EQ(proxy->RegisterServiceChangedCallback(sptr<ServiceRecorder>::MakeSptr()), 0);  // 11
-    EXPECT_EQ(proxy->UnregisterServiceChangedCallback(), 0);                                 // 12
-    DeviceInfo local;
-    EXPECT_EQ(proxy->GetLocalDeviceInfo(local), 0);  // 13
-    EXPECT_EQ(local.GetDeviceName(), "My Phone");
-    devices.clear();
-    EXPECT_EQ(proxy->GetTrustedDeviceListWithDeviceFilter(
-                  sptr<DeviceFilter>::MakeSptr(std::vector<uint32_t>{109}, std::vector<uint32_t>{1}), devices,
-                  sptr<DeviceDetectCallbackStub>::MakeSptr()),
-              0);  // 14
-    EXPECT_EQ(devices.size(), 1u);
-    std::vector<DeviceDynamicInfo> infos;
-    EXPECT_EQ(proxy->GetRemoteDeviceDynamicInfo("udid-watch-0001", {"heartRate"}, infos), 0);  // 15
-    ASSERT_EQ(infos.size(), 1u);
-    EXPECT_EQ(infos[0].GetValue(), "64");
-    DeviceConfigInfo config;
-    EXPECT_EQ(proxy->QueryDeviceConfigInfo("udid-watch-0001", config), 0);  // 16
-    EXPECT_EQ(config.GetModelId(), "WATCH-3");
-    EXPECT_EQ(proxy->RegisterServiceDeliverCallback(3, sptr<ServiceDeliverCallbackStub>::MakeSptr()), 0);        // 17
-    EXPECT_EQ(proxy->SetDialogEventCallback(sptr<DialogEventCallbackStub>::MakeSptr()), 0);                      // 18
-    EXPECT_EQ(proxy->NotifyAppDialogEvent("hello"), 0);                                                          // 19
-    EXPECT_EQ(proxy->RequestService("com.it", sptr<ServicePublishCallbackStub>::MakeSptr()), 0);                 // 20
-    EXPECT_EQ(proxy->UnRequestService("com.it"), 0);                                                             // 21
-    EXPECT_EQ(proxy->GetDeviceSwitch("udid-pc-0001"), 1);                                                        // 22
-    EXPECT_EQ(proxy->RegisterKeyMouseCallback("it", sptr<DialogEventCallbackStub>::MakeSptr()->AsObject()), 0);  // 23
-    EXPECT_EQ(proxy->UnregisterKeyMouseCallback("it"), 0);                                                       // 24
-    EXPECT_EQ(proxy->UpdateKeyMouseEdgeSwitch(true), 0);                                                         // 25
-    std::string pc = "net-pc-0001";
-    EXPECT_TRUE(proxy->GetIsSameDeviceAccount(pc));  // 26
-    proxy->GetBindKeymouseServiceReq(true);          // 27
-    EXPECT_TRUE(proxy->GetIsNextTypeDevice(pc));     // 28
-    nlohmann::json registrations = Registrations();
-    EXPECT_EQ(registrations["keyMouseEdgeSwitch"], true);
-    EXPECT_EQ(registrations["bindKeymouseService"], true);
-    EXPECT_EQ(registrations["deliverCodes"], nlohmann::json::array({3}));
-}
-
 TEST_F(IntegrationTest, WorldChangesReachTheHandlersBeforeTheControlRequestReturns)
 {
     sptr<DeviceDetectProxy> proxy = DeviceDetectProxy::GetInstance();
     ASSERT_NE(proxy, nullptr);
-    auto recorder = sptr<Recorder>::MakeSptr();
-    auto services = sptr<ServiceRecorder>::MakeSptr();
+    auto recorder = sptr<Sim::Test::DeviceRecorder>::MakeSptr();
+    auto services = sptr<Sim::Test::ServiceRecorder>::MakeSptr();
     ASSERT_EQ(proxy->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr(), "it", recorder).first, 0);
     ASSERT_EQ(proxy->RegisterServiceChangedCallback(services), 0);
 
@@ -189,7 +89,9 @@ TEST_F(IntegrationTest, WorldChangesReachTheHandlersBeforeTheControlRequestRetur
     EXPECT_EQ(control.SetDeviceState("net-tv-0001", Sim::DeviceState::OFFLINE).status, Sim::SIM_OK);
     EXPECT_EQ(recorder->Events(),
               (std::vector<std::string>{"online udid-car-0001", "ready udid-car-0001", "offline udid-tv-0001"}));
-    EXPECT_EQ(services->Events(), (std::vector<std::string>{"1 udid-car-0001", "2 udid-tv-0001"}));
+    EXPECT_EQ(services->Events(),
+              (std::vector<std::string>{"1 udid-car-0001,net-car-0001,131,02:00:00:00:00:01[navigation,]",
+                                        "2 udid-tv-0001,net-tv-0001,156,02:00:00:00:00:06[cast:allow,]"}));
 
     // The same through the CLI, from a third process.
     RunResult sim = Cli({"sim", "online", "udid-laptop-0001"});
@@ -237,28 +139,6 @@ TEST_F(IntegrationTest, ServiceKilledAndRestarted)
     EXPECT_EQ(devices.size(), 5u);
 }
 
-TEST_F(IntegrationTest, StoppedServiceFailsTheCallAtItsWaitTime)
-{
-    sptr<DeviceDetectProxy> proxy = DeviceDetectProxy::GetInstance();
-    ASSERT_NE(proxy, nullptr);
-    ASSERT_GE(proxy->GetDeviceSwitch("udid-tv-0001"), 0);
-
-    kill(daemon_->Pid(), SIGSTOP);
-    int status = 0;
-    waitpid(daemon_->Pid(), &status, WUNTRACED);
-    auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(proxy->GetDeviceSwitch("udid-tv-0001"), Tavik::Syntavo::DD_ERR_SEND_REQUEST_FAILED);
-    auto waited = std::chrono::steady_clock::now() - begin;
-    kill(daemon_->Pid(), SIGCONT);
-    // The request's wait time is 8 s: the call does not give up long before
-    // it (a hang is the test time-out's to catch).
-    EXPECT_GE(waited, std::chrono::seconds(7));
-    // A stopped service is not a dead one: the connection stays and the next
-    // call is answered.
-    EXPECT_EQ(DeviceDetectProxy::GetInstance(), proxy);
-    EXPECT_GE(proxy->GetDeviceSwitch("udid-tv-0001"), 0);
-}
-
 TEST_F(IntegrationTest, DaemonStartAndStopRules)
 {
     Daemon second(runtimeDir_);
@@ -293,11 +173,8 @@ TEST_F(IntegrationTest, StepModeScenarioAnnouncesItsEnd)
     ASSERT_EQ(daemon_->Stop(SIGTERM), 0);
     std::string dir = MakeTempDir();
     std::string file = dir + "/two_steps.json";
-    FILE* out = fopen(file.c_str(), "w");
-    ASSERT_NE(out, nullptr);
-    fputs(R"({"steps":[{"action":"online","device":"udid-car-0001"},{"action":"offline","device":"udid-car-0001"}]})",
-          out);
-    fclose(out);
+    std::ofstream(file)
+        << R"({"steps":[{"action":"online","device":"udid-car-0001"},{"action":"offline","device":"udid-car-0001"}]})";
     ASSERT_TRUE(daemon_->Start({"--scenario", file, "--step"})) << daemon_->Output();
 
     EXPECT_EQ(Cli({"sim", "step"}).exitCode, 0);

@@ -1,6 +1,5 @@
 #include "process_util.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -10,7 +9,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <cstring>
+#include <filesystem>
 
 extern char** environ;
 
@@ -198,16 +197,8 @@ std::string MakeTempDir()
 
 void RemoveTree(const std::string& dir)
 {
-    if (DIR* handle = opendir(dir.c_str())) {
-        while (dirent* entry = readdir(handle)) {
-            std::string name = entry->d_name;
-            if (name != "." && name != "..") {
-                unlink((dir + "/" + name).c_str());
-            }
-        }
-        closedir(handle);
-    }
-    rmdir(dir.c_str());
+    std::error_code ignored;
+    std::filesystem::remove_all(dir, ignored);
 }
 
 }  // namespace DeviceDetectIntegration
