@@ -6,10 +6,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "message_parcel.h"
 #include "parcel.h"
 
 // `name, write` for a table row: a write on a parcel of type P, named by its own expression.
@@ -67,6 +69,15 @@ public:
 private:
     bool* destroyed_;
 };
+
+// One of every write operation, each putting several words (or an object) on
+// the wire, for the tests that refuse a write half-way: the write budget and
+// the capacity limit.
+struct NamedWrite {
+    const char* name;
+    std::function<bool(MessageParcel&)> write;
+};
+const std::vector<NamedWrite>& EveryWrite();
 
 }  // namespace Test
 }  // namespace Tavik
