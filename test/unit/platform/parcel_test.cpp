@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "parcel.h"
+#include "message_parcel.h"
 #include "platform_test_util.h"
 
 namespace Tavik {
@@ -325,6 +325,7 @@ TEST(ParcelTest, WriteOverCapacityRollsBack)
             ASSERT_TRUE(parcel.SetMaxCapacity(cap) && parcel.WriteInt32(kMarker));
             EXPECT_FALSE(c.write(parcel)) << c.name << " with capacity " << cap;
             EXPECT_EQ(ToHex(parcel), "5a5a5a5a") << "not rolled back: " << c.name << " with capacity " << cap;
+            EXPECT_EQ(parcel.GetObjectCount(), 0u) << "object kept: " << c.name << " with capacity " << cap;
             ASSERT_TRUE(parcel.SetMaxCapacity(Parcel::DEFAULT_MAX_CAPACITY));
             EXPECT_TRUE(c.write(parcel)) << c.name << " after raising " << cap;
             EXPECT_EQ(ToHex(parcel), ToHex(sizing)) << c.name << " after raising " << cap;
