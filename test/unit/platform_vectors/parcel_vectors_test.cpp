@@ -11,7 +11,7 @@
 //   fail @POS        the read failed; POS shows where the position stayed
 //   null @POS        a strong parcelable read returned null
 // Values: integers in decimal, "text" and u"text" with \xNN and \uNNNN
-// escapes, [a, b] for vectors, object#I for the I-th table entry, hex for
+// escapes, [a, b] for vectors, hex for
 // raw buffers ("-" when empty), {f1, f2, ...} for a record's fields.
 #include <gtest/gtest.h>
 
@@ -89,7 +89,7 @@ std::string Show(const DeviceInfo& info)
 
 class VectorReader {
 public:
-    VectorReader(const ParcelVector& vector, const std::vector<sptr<IRemoteObject>>& table) : table_(table)
+    VectorReader(const ParcelVector& vector, const std::vector<sptr<IRemoteObject>>& table)
     {
         std::vector<uint8_t> bytes = DdTest::ParseSpec(vector.bytes);
         EXPECT_TRUE(parcel_.ParseFrom(bytes.data(), bytes.size()));
@@ -133,11 +133,7 @@ private:
         VALUE_READ("int32s", std::vector<int32_t>, parcel_.ReadInt32Vector(&out));
 #undef VALUE_READ
         if (op == "object") {
-            sptr<IRemoteObject> object = parcel_.ReadRemoteObject();
-            for (size_t i = 0; object != nullptr && i < table_.size(); ++i) {
-                value = table_[i] == object ? "object#" + std::to_string(i) : value;
-            }
-            return object != nullptr;
+            return parcel_.ReadRemoteObject() != nullptr;
         }
         if (op == "buffer") {
             const uint8_t* bytes = parcel_.ReadBuffer(argument);
@@ -162,7 +158,6 @@ private:
     }
 
     MessageParcel parcel_;
-    const std::vector<sptr<IRemoteObject>>& table_;
 };
 
 const ParcelVector PARCEL_VECTORS[] = {
