@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <vector>
@@ -55,12 +56,23 @@ Bytes Concat(Bytes head, const Bytes& tail)
 
 using namespace DdFuzz;  // the parcel operations
 
-Bytes ParcelInput(uint8_t objects, const Bytes& ops, const std::function<void(MessageParcel&)>& fill)
+// Each fill chains its writes with &&; a failed write stops the generator
+// instead of committing a broken seed.
+using Fill = std::function<bool(MessageParcel&)>;
+
+Bytes Filled(const Fill& fill)
 {
     MessageParcel parcel;
-    fill(parcel);
-    Bytes input{static_cast<uint8_t>(ops.size()), objects};
-    return Concat(Concat(input, ops), Data(parcel));
+    if (!fill(parcel)) {
+        std::fprintf(stderr, "a seed's write failed\n");
+        std::exit(1);
+    }
+    return Data(parcel);
+}
+
+Bytes ParcelInput(uint8_t objects, const Bytes& ops, const Fill& fill)
+{
+    return Concat(Concat({static_cast<uint8_t>(ops.size()), objects}, ops), Filled(fill));
 }
 
 std::vector<std::pair<std::string, Bytes>> ParcelSeeds()
@@ -68,41 +80,30 @@ std::vector<std::pair<std::string, Bytes>> ParcelSeeds()
     return {
         {"scalars", ParcelInput(0, {BOOL, INT32, UINT32, INT64, UINT64, REWIND_TO_START, UINT64, INT64},
                                 [](MessageParcel& p) {
-                                    p.WriteBool(true);
-                                    p.WriteInt32(-5);
-                                    p.WriteUint32(0xdeadbeef);
-                                    p.WriteInt64(-1234567890123);
-                                    p.WriteUint64(0x0102030405060708);
+                                    return p.WriteBool(true) && p.WriteInt32(-5) && p.WriteUint32(0xdeadbeef) &&
+                                           p.WriteInt64(-1234567890123) && p.WriteUint64(0x0102030405060708);
                                 })},
         {"strings", ParcelInput(0, {STRING, STRING16, STRING, STRING},
                                 [](MessageParcel& p) {
-                                    p.WriteString("hello");
-                                    p.WriteString16(u"w\u00f6rld");
-                                    p.WriteString("");
-                                    p.WriteString("abc");
+                                    return p.WriteString("hello") && p.WriteString16(u"w\u00f6rld") &&
+                                           p.WriteString("") && p.WriteString("abc");
                                 })},
         {"token", ParcelInput(0, {INTERFACE_TOKEN, INT32, REWIND_TO_START, STRING16},
                               [](MessageParcel& p) {
-                                  p.WriteInterfaceToken(Descriptor::DEVICE_DETECT);
-                                  p.WriteInt32(3);
+                                  return p.WriteInterfaceToken(Descriptor::DEVICE_DETECT) && p.WriteInt32(3);
                               })},
         {"vectors", ParcelInput(0, {STRING_VECTOR, UINT32_VECTOR, INT32_VECTOR, REWIND_TO_START, INT32},
                                 [](MessageParcel& p) {
-                                    p.WriteStringVector({"a", "", "PHONE"});
-                                    p.WriteUInt32Vector({14, 17, 0xA2F});
-                                    p.WriteInt32Vector({-1, 0, 1});
+                                    return p.WriteStringVector({"a", "", "PHONE"}) &&
+                                           p.WriteUInt32Vector({14, 17, 0xA2F}) && p.WriteInt32Vector({-1, 0, 1});
                                 })},
-        {"remote_objects", ParcelInput(2, {REMOTE_OBJECT, REMOTE_OBJECT, REMOTE_OBJECT},
-                                       [](MessageParcel& p) {
-                                           p.WriteUint32(1);
-                                           p.WriteUint32(0);
-                                           p.WriteUint32(5);
-                                       })},
+        {"remote_objects",
+         ParcelInput(2, {REMOTE_OBJECT, REMOTE_OBJECT, REMOTE_OBJECT},
+                     [](MessageParcel& p) { return p.WriteUint32(1) && p.WriteUint32(0) && p.WriteUint32(5); })},
         {"buffer_skip_rewind", ParcelInput(0, {BUFFER, 3, SKIP, 5, STRING, REWIND, 1, INT32, REWIND, 0xF4, BOOL},
                                            [](MessageParcel& p) {
-                                               p.WriteBuffer("xyz", 3);
-                                               p.WriteBuffer("12345", 5);
-                                               p.WriteString("after");
+                                               return p.WriteBuffer("xyz", 3) && p.WriteBuffer("12345", 5) &&
+                                                      p.WriteString("after");
                                            })},
     };
 }
@@ -143,16 +144,14 @@ std::vector<std::pair<std::string, Bytes>> RecordSeeds()
 
 // --- reply_fuzzer: [method index][reply] -----------------------------------
 
-Bytes ReplyInput(uint8_t index, const std::function<void(Parcel&)>& fill)
+Bytes ReplyInput(uint8_t index, const Fill& fill)
 {
-    Parcel parcel;
-    fill(parcel);
-    return Concat({index}, Data(parcel));
+    return Concat({index}, Filled(fill));
 }
 
-void WriteDevice(Parcel& p, const std::string& id, uint32_t type)
+bool WriteDevice(Parcel& p, const std::string& id, uint32_t type)
 {
-    p.WriteStrongParcelable(new DeviceInfo(id, "net-" + id, "name-" + id, type));
+    return p.WriteStrongParcelable(new DeviceInfo(id, "net-" + id, "name-" + id, type));
 }
 
 std::vector<std::pair<std::string, Bytes>> ReplySeeds()
@@ -160,40 +159,31 @@ std::vector<std::pair<std::string, Bytes>> ReplySeeds()
     // Indexes into reply_fuzzer.cpp's method table.
     return {
         {"device_list", ReplyInput(0,
-                                   [](Parcel& p) {
-                                       p.WriteUint32(2);
-                                       WriteDevice(p, "u1", 14);
-                                       WriteDevice(p, "u2", 17);
+                                   [](MessageParcel& p) {
+                                       return p.WriteUint32(2) && WriteDevice(p, "u1", 14) && WriteDevice(p, "u2", 17);
                                    })},
-        {"ability_filter_list", ReplyInput(2,
-                                           [](Parcel& p) {
-                                               p.WriteUint32(1);
-                                               WriteDevice(p, "u1", 14);
-                                               p.WriteUint32(2);
-                                               p.WriteStrongParcelable(new AbilityFilter("b1", "t", "d", 14, 1));
-                                               p.WriteInt32(0);
-                                           })},
-        {"device_filter_list", ReplyInput(5,
-                                          [](Parcel& p) {
-                                              p.WriteUint32(1);
-                                              WriteDevice(p, "u3", 156);
-                                          })},
-        {"register_listener", ReplyInput(6,
-                                         [](Parcel& p) {
-                                             p.WriteInt32(0);
-                                             p.WriteUint32(42);
-                                         })},
-        {"local_device", ReplyInput(12, [](Parcel& p) { WriteDevice(p, "me", 14); })},
+        {"ability_filter_list",
+         ReplyInput(2,
+                    [](MessageParcel& p) {
+                        return p.WriteUint32(1) && WriteDevice(p, "u1", 14) && p.WriteUint32(2) &&
+                               p.WriteStrongParcelable(new AbilityFilter("b1", "t", "d", 14, 1)) && p.WriteInt32(0);
+                    })},
+        {"device_filter_list",
+         ReplyInput(5, [](MessageParcel& p) { return p.WriteUint32(1) && WriteDevice(p, "u3", 156); })},
+        {"register_listener", ReplyInput(6, [](MessageParcel& p) { return p.WriteInt32(0) && p.WriteUint32(42); })},
+        {"local_device", ReplyInput(12, [](MessageParcel& p) { return WriteDevice(p, "me", 14); })},
         {"dynamic_info", ReplyInput(13,
-                                    [](Parcel& p) {
-                                        p.WriteUint32(2);
-                                        p.WriteStrongParcelable(new DeviceDynamicInfo("battery", "87"));
-                                        p.WriteStrongParcelable(new DeviceDynamicInfo("wifi", "on"));
+                                    [](MessageParcel& p) {
+                                        return p.WriteUint32(2) &&
+                                               p.WriteStrongParcelable(new DeviceDynamicInfo("battery", "87")) &&
+                                               p.WriteStrongParcelable(new DeviceDynamicInfo("wifi", "on"));
                                     })},
-        {"config_info",
-         ReplyInput(14, [](Parcel& p) { p.WriteStrongParcelable(new DeviceConfigInfo("m1", "{}", "Fold", 14, 1)); })},
-        {"device_switch", ReplyInput(20, [](Parcel& p) { p.WriteInt32(1); })},
-        {"same_account", ReplyInput(24, [](Parcel& p) { p.WriteBool(true); })},
+        {"config_info", ReplyInput(14,
+                                   [](MessageParcel& p) {
+                                       return p.WriteStrongParcelable(new DeviceConfigInfo("m1", "{}", "Fold", 14, 1));
+                                   })},
+        {"device_switch", ReplyInput(20, [](MessageParcel& p) { return p.WriteInt32(1); })},
+        {"same_account", ReplyInput(24, [](MessageParcel& p) { return p.WriteBool(true); })},
     };
 }
 
@@ -201,11 +191,9 @@ std::vector<std::pair<std::string, Bytes>> ReplySeeds()
 
 constexpr uint8_t WITH_TOKEN = 0x08;
 
-Bytes StubInput(uint8_t stub, uint8_t code, const std::function<void(Parcel&)>& fill)
+Bytes StubInput(uint8_t stub, uint8_t code, const Fill& fill)
 {
-    Parcel parcel;
-    fill(parcel);
-    return Concat({static_cast<uint8_t>(stub | WITH_TOKEN), code}, Data(parcel));
+    return Concat({static_cast<uint8_t>(stub | WITH_TOKEN), code}, Filled(fill));
 }
 
 std::vector<std::pair<std::string, Bytes>> StubSeeds()
@@ -214,26 +202,22 @@ std::vector<std::pair<std::string, Bytes>> StubSeeds()
     // Indexes into stub_fuzzer.cpp's stub table.
     return {
         {"device_online", StubInput(0, static_cast<uint8_t>(ToCode(DeviceChangedCallbackCode::ON_DEVICE_ONLINE)),
-                                    [](Parcel& p) { WriteDevice(p, "u1", 14); })},
+                                    [](MessageParcel& p) { return WriteDevice(p, "u1", 14); })},
         {"device_ready", StubInput(0, static_cast<uint8_t>(ToCode(DeviceChangedCallbackCode::ON_DEVICE_READY)),
-                                   [](Parcel& p) { WriteDevice(p, "u2", 17); })},
+                                   [](MessageParcel& p) { return WriteDevice(p, "u2", 17); })},
         {"service_changed", StubInput(1, onEvent,
-                                      [](Parcel& p) {
-                                          p.WriteInt32(1);
-                                          p.WriteUint32(1);
-                                          p.WriteStrongParcelable(new DeviceServiceInfo(
-                                              "Pad", 17, "hash", "dev-1", {"rule"}, "net", "AA:BB", "{}"));
+                                      [](MessageParcel& p) {
+                                          return p.WriteInt32(1) && p.WriteUint32(1) &&
+                                                 p.WriteStrongParcelable(new DeviceServiceInfo(
+                                                     "Pad", 17, "hash", "dev-1", {"rule"}, "net", "AA:BB", "{}"));
                                       })},
-        {"device_event", StubInput(2, onEvent,
-                                   [](Parcel& p) {
-                                       p.WriteInt32(2);
-                                       WriteDevice(p, "u3", 156);
-                                   })},
-        {"deliver", StubInput(3, onEvent, [](Parcel& p) { p.WriteString("{\"service\":1}"); })},
-        {"dialog_event", StubInput(4, onEvent, [](Parcel& p) { p.WriteString("{\"button\":0}"); })},
+        {"device_event",
+         StubInput(2, onEvent, [](MessageParcel& p) { return p.WriteInt32(2) && WriteDevice(p, "u3", 156); })},
+        {"deliver", StubInput(3, onEvent, [](MessageParcel& p) { return p.WriteString("{\"service\":1}"); })},
+        {"dialog_event", StubInput(4, onEvent, [](MessageParcel& p) { return p.WriteString("{\"button\":0}"); })},
         {"publish_event",
-         StubInput(5, onEvent, [](Parcel& p) { p.WriteStrongParcelable(new RequestResultInfo(1, 0)); })},
-        {"unknown_code", StubInput(0, 9, [](Parcel& p) { p.WriteInt32(0); })},
+         StubInput(5, onEvent, [](MessageParcel& p) { return p.WriteStrongParcelable(new RequestResultInfo(1, 0)); })},
+        {"unknown_code", StubInput(0, 9, [](MessageParcel& p) { return p.WriteInt32(0); })},
     };
 }
 
@@ -286,10 +270,9 @@ FrameHeader Release(uint32_t id, uint32_t count)
 
 Bytes DeviceEvent()
 {
-    MessageParcel parcel;
-    parcel.WriteInterfaceToken(Descriptor::DEVICE_CHANGED_CALLBACK);
-    WriteDevice(parcel, "u1", 14);
-    return Data(parcel);
+    return Filled([](MessageParcel& p) {
+        return p.WriteInterfaceToken(Descriptor::DEVICE_CHANGED_CALLBACK) && WriteDevice(p, "u1", 14);
+    });
 }
 
 std::vector<std::pair<std::string, Bytes>> FrameSeeds()
@@ -297,8 +280,7 @@ std::vector<std::pair<std::string, Bytes>> FrameSeeds()
     const uint32_t online = ToCode(DeviceChangedCallbackCode::ON_DEVICE_ONLINE);
     const uint32_t offline = ToCode(DeviceChangedCallbackCode::ON_DEVICE_OFFLINE);
     ObjectEntry theirs{7, static_cast<uint8_t>(ObjectOwner::SENDER), {0, 0, 0}};
-    Parcel status;
-    status.WriteInt32(7);
+    const Bytes status = Filled([](MessageParcel& p) { return p.WriteInt32(7); });
     return {
         {"server_call", Concat({SERVER_SIDE}, FrameBytes(Transaction(1, ROOT_OBJECT_ID, online), DeviceEvent()))},
         {"server_one_way",
@@ -306,13 +288,13 @@ std::vector<std::pair<std::string, Bytes>> FrameSeeds()
                 FrameBytes(Transaction(0, ROOT_OBJECT_ID, offline), DeviceEvent()))},
         {"server_object",
          Concat({SERVER_SIDE}, FrameBytes(Transaction(2, ROOT_OBJECT_ID, online), DeviceEvent(), {theirs}))},
-        {"client_reply", Concat({CLIENT_SIDE}, FrameBytes(Reply(1, 0), Data(status)))},
-        {"client_reply_object", Concat({CLIENT_SIDE}, FrameBytes(Reply(1, 0), Data(status), {theirs}))},
+        {"client_reply", Concat({CLIENT_SIDE}, FrameBytes(Reply(1, 0), status))},
+        {"client_reply_object", Concat({CLIENT_SIDE}, FrameBytes(Reply(1, 0), status, {theirs}))},
         {"client_release_then_reply",
          Concat(Concat({CLIENT_SIDE}, FrameBytes(Release(1, 1), {})), FrameBytes(Reply(1, -1), {}))},
         {"client_callback_then_reply",
          Concat(Concat({CLIENT_SIDE}, FrameBytes(Transaction(5, 1, online), DeviceEvent())),
-                FrameBytes(Reply(1, 0), Data(status)))},
+                FrameBytes(Reply(1, 0), status))},
     };
 }
 

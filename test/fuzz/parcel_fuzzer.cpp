@@ -266,59 +266,48 @@ private:
 void RunOperation(MessageParcel& parcel, OperationStream& ops)
 {
     using namespace DdFuzz;  // the operations
+// A read with a checked form `Read<name>(T&)` and a value form `Read<name>()`.
+#define CHECKED(T, name) [](Parcel& p, T& v) { return p.Read##name(v); }
+#define VALUE(name) [](Parcel& p) { return p.Read##name(); }
+#define VECTOR_READ(T, name) [](Parcel& p, std::vector<T>* v) { return p.Read##name(v); }
     switch (static_cast<ParcelOp>(ops.Next() & 0x0F)) {
         case BOOL:
-            CheckPod<int32_t>(
-                parcel, true, [](Parcel& p, bool& v) { return p.ReadBool(v); }, [](Parcel& p) { return p.ReadBool(); });
+            CheckPod<int32_t>(parcel, true, CHECKED(bool, Bool), VALUE(Bool));
             break;
         case INT32:
-            CheckPod<int32_t>(
-                parcel, int32_t{0x5a5a5a5a}, [](Parcel& p, int32_t& v) { return p.ReadInt32(v); },
-                [](Parcel& p) { return p.ReadInt32(); });
+            CheckPod<int32_t>(parcel, int32_t{0x5a5a5a5a}, CHECKED(int32_t, Int32), VALUE(Int32));
             break;
         case UINT32:
-            CheckPod<uint32_t>(
-                parcel, uint32_t{0xa5a5a5a5}, [](Parcel& p, uint32_t& v) { return p.ReadUint32(v); },
-                [](Parcel& p) { return p.ReadUint32(); });
+            CheckPod<uint32_t>(parcel, uint32_t{0xa5a5a5a5}, CHECKED(uint32_t, Uint32), VALUE(Uint32));
             break;
         case INT64:
-            CheckPod<int64_t>(
-                parcel, int64_t{0x5a5a5a5a5a5a5a5a}, [](Parcel& p, int64_t& v) { return p.ReadInt64(v); },
-                [](Parcel& p) { return p.ReadInt64(); });
+            CheckPod<int64_t>(parcel, int64_t{0x5a5a5a5a5a5a5a5a}, CHECKED(int64_t, Int64), VALUE(Int64));
             break;
         case UINT64:
-            CheckPod<uint64_t>(
-                parcel, uint64_t{0xa5a5a5a5a5a5a5a5}, [](Parcel& p, uint64_t& v) { return p.ReadUint64(v); },
-                [](Parcel& p) { return p.ReadUint64(); });
+            CheckPod<uint64_t>(parcel, uint64_t{0xa5a5a5a5a5a5a5a5}, CHECKED(uint64_t, Uint64), VALUE(Uint64));
             break;
         case STRING:
-            CheckString<char>(
-                parcel, [](Parcel& p, std::string& v) { return p.ReadString(v); },
-                [](Parcel& p) { return p.ReadString(); });
+            CheckString<char>(parcel, CHECKED(std::string, String), VALUE(String));
             break;
         case STRING16:
-            CheckString<char16_t>(
-                parcel, [](Parcel& p, std::u16string& v) { return p.ReadString16(v); },
-                [](Parcel& p) { return p.ReadString16(); });
+            CheckString<char16_t>(parcel, CHECKED(std::u16string, String16), VALUE(String16));
             break;
         case INTERFACE_TOKEN:
             // The token has only a value form; the checked u16string read
             // stands in for the checked side.
-            CheckString<char16_t>(
-                parcel, [](Parcel& p, std::u16string& v) { return p.ReadString16(v); },
-                [](Parcel& p) { return static_cast<MessageParcel&>(p).ReadInterfaceToken(); });
+            CheckString<char16_t>(parcel, CHECKED(std::u16string, String16),
+                                  [](Parcel& p) { return static_cast<MessageParcel&>(p).ReadInterfaceToken(); });
             break;
         case STRING_VECTOR:
             CheckVector(parcel, std::vector<std::string>{"sentinel"}, ExpectStringVector,
-                        [](Parcel& p, std::vector<std::string>* v) { return p.ReadStringVector(v); });
+                        VECTOR_READ(std::string, StringVector));
             break;
         case UINT32_VECTOR:
             CheckVector(parcel, std::vector<uint32_t>{7}, ExpectPodVector<uint32_t>,
-                        [](Parcel& p, std::vector<uint32_t>* v) { return p.ReadUInt32Vector(v); });
+                        VECTOR_READ(uint32_t, UInt32Vector));
             break;
         case INT32_VECTOR:
-            CheckVector(parcel, std::vector<int32_t>{-7}, ExpectPodVector<int32_t>,
-                        [](Parcel& p, std::vector<int32_t>* v) { return p.ReadInt32Vector(v); });
+            CheckVector(parcel, std::vector<int32_t>{-7}, ExpectPodVector<int32_t>, VECTOR_READ(int32_t, Int32Vector));
             break;
         case REMOTE_OBJECT:
             CheckRemoteObject(parcel);
@@ -336,6 +325,9 @@ void RunOperation(MessageParcel& parcel, OperationStream& ops)
             CheckRewind(parcel, 0);
             break;
     }
+#undef CHECKED
+#undef VALUE
+#undef VECTOR_READ
     FUZZ_CHECK(parcel.GetReadPosition() <= parcel.GetDataSize());
 }
 

@@ -85,76 +85,51 @@ struct Method {
     void (*call)(DeviceDetectProxy& proxy, Callbacks& c, Outputs& out);
 };
 
+// One row per proxy method: its name, then the call on proxy `p` with the
+// callbacks `c` and the outputs `o`.
+#define METHOD(name, ...)                                                                                           \
+    {                                                                                                               \
+        name, [](DeviceDetectProxy& p, [[maybe_unused]] Callbacks& c, [[maybe_unused]] Outputs& o) { __VA_ARGS__; } \
+    }
 const Method METHODS[] = {
-    {"GetTrustedDeviceList",
-     [](DeviceDetectProxy& p, Callbacks&, Outputs& o) { p.GetTrustedDeviceList("s", o.devices); }},
-    {"GetTrustedDeviceList(callback)",
-     [](DeviceDetectProxy& p, Callbacks& c, Outputs& o) {
-         p.GetTrustedDeviceList("s", sptr<IDeviceChangedCallback>(c.devChanged), o.devices);
-     }},
-    {"GetTrustedDeviceListWithAbilityFilter",
-     [](DeviceDetectProxy& p, Callbacks& c, Outputs& o) {
-         p.GetTrustedDeviceListWithAbilityFilter(c.abilityFilters, o.filtered);
-     }},
-    {"GetTrustedDeviceListWithAbilityFilter(single)",
-     [](DeviceDetectProxy& p, Callbacks& c, Outputs& o) {
-         p.GetTrustedDeviceListWithAbilityFilter(c.abilityFilter, "s", o.devices, nullptr);
-     }},
-    {"GetTrustedDeviceListWithServiceFilter",
-     [](DeviceDetectProxy& p, Callbacks& c, Outputs& o) {
-         p.GetTrustedDeviceListWithServiceFilter(c.serviceFilter, "s", o.devices);
-     }},
-    {"GetTrustedDeviceListWithDeviceFilter",
-     [](DeviceDetectProxy& p, Callbacks& c, Outputs& o) {
-         p.GetTrustedDeviceListWithDeviceFilter(c.deviceFilter, o.devices, c.detect);
-     }},
-    {"RegisterDevChangedCallback", [](DeviceDetectProxy& p, Callbacks& c,
-                                      Outputs&) { p.RegisterDevChangedCallback(c.abilityFilter, "s", c.devChanged); }},
-    {"RegisterCallbackWithServiceFilter",
-     [](DeviceDetectProxy& p, Callbacks& c, Outputs&) {
-         p.RegisterCallbackWithServiceFilter(c.serviceFilter, "s", c.devChanged);
-     }},
-    {"UnregisterDevChangedCallback",
-     [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.UnregisterDevChangedCallback(5); }},
-    {"UnregisterServiceFilterListener",
-     [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.UnregisterServiceFilterListener(5); }},
-    {"RegisterServiceChangedCallback",
-     [](DeviceDetectProxy& p, Callbacks& c, Outputs&) { p.RegisterServiceChangedCallback(c.serviceChanged); }},
-    {"UnregisterServiceChangedCallback",
-     [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.UnregisterServiceChangedCallback(); }},
-    {"GetLocalDeviceInfo", [](DeviceDetectProxy& p, Callbacks&, Outputs& o) { p.GetLocalDeviceInfo(o.local); }},
-    {"GetRemoteDeviceDynamicInfo", [](DeviceDetectProxy& p, Callbacks& c,
-                                      Outputs& o) { p.GetRemoteDeviceDynamicInfo("dev", c.keys, o.dynamicInfos); }},
-    {"QueryDeviceConfigInfo",
-     [](DeviceDetectProxy& p, Callbacks&, Outputs& o) { p.QueryDeviceConfigInfo("q", o.config); }},
-    {"RegisterServiceDeliverCallback",
-     [](DeviceDetectProxy& p, Callbacks& c, Outputs&) { p.RegisterServiceDeliverCallback(3, c.deliver); }},
-    {"SetDialogEventCallback",
-     [](DeviceDetectProxy& p, Callbacks& c, Outputs&) { p.SetDialogEventCallback(c.dialog); }},
-    {"NotifyAppDialogEvent", [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.NotifyAppDialogEvent("{}"); }},
-    {"RequestService", [](DeviceDetectProxy& p, Callbacks& c, Outputs&) { p.RequestService("pkg", c.publish); }},
-    {"UnRequestService", [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.UnRequestService("pkg"); }},
-    {"GetDeviceSwitch", [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.GetDeviceSwitch("dev"); }},
-    {"RegisterKeyMouseCallback",
-     [](DeviceDetectProxy& p, Callbacks& c, Outputs&) { p.RegisterKeyMouseCallback("caller", c.keyMouse); }},
-    {"UnregisterKeyMouseCallback",
-     [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.UnregisterKeyMouseCallback("caller"); }},
-    {"UpdateKeyMouseEdgeSwitch", [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.UpdateKeyMouseEdgeSwitch(true); }},
-    {"GetIsSameDeviceAccount",
-     [](DeviceDetectProxy& p, Callbacks&, Outputs&) {
-         std::string networkId = "net";
-         p.GetIsSameDeviceAccount(networkId);
-         FUZZ_CHECK(networkId == "net");
-     }},
-    {"GetBindKeymouseServiceReq",
-     [](DeviceDetectProxy& p, Callbacks&, Outputs&) { p.GetBindKeymouseServiceReq(true); }},
-    {"GetIsNextTypeDevice",
-     [](DeviceDetectProxy& p, Callbacks&, Outputs&) {
-         std::string networkId = "net";
-         p.GetIsNextTypeDevice(networkId);
-         FUZZ_CHECK(networkId == "net");
-     }},
+    METHOD("GetTrustedDeviceList", p.GetTrustedDeviceList("s", o.devices)),
+    METHOD("GetTrustedDeviceList(callback)",
+           p.GetTrustedDeviceList("s", sptr<IDeviceChangedCallback>(c.devChanged), o.devices)),
+    METHOD("GetTrustedDeviceListWithAbilityFilter",
+           p.GetTrustedDeviceListWithAbilityFilter(c.abilityFilters, o.filtered)),
+    METHOD("GetTrustedDeviceListWithAbilityFilter(single)",
+           p.GetTrustedDeviceListWithAbilityFilter(c.abilityFilter, "s", o.devices, nullptr)),
+    METHOD("GetTrustedDeviceListWithServiceFilter",
+           p.GetTrustedDeviceListWithServiceFilter(c.serviceFilter, "s", o.devices)),
+    METHOD("GetTrustedDeviceListWithDeviceFilter",
+           p.GetTrustedDeviceListWithDeviceFilter(c.deviceFilter, o.devices, c.detect)),
+    METHOD("RegisterDevChangedCallback", p.RegisterDevChangedCallback(c.abilityFilter, "s", c.devChanged)),
+    METHOD("RegisterCallbackWithServiceFilter",
+           p.RegisterCallbackWithServiceFilter(c.serviceFilter, "s", c.devChanged)),
+    METHOD("UnregisterDevChangedCallback", p.UnregisterDevChangedCallback(5)),
+    METHOD("UnregisterServiceFilterListener", p.UnregisterServiceFilterListener(5)),
+    METHOD("RegisterServiceChangedCallback", p.RegisterServiceChangedCallback(c.serviceChanged)),
+    METHOD("UnregisterServiceChangedCallback", p.UnregisterServiceChangedCallback()),
+    METHOD("GetLocalDeviceInfo", p.GetLocalDeviceInfo(o.local)),
+    METHOD("GetRemoteDeviceDynamicInfo", p.GetRemoteDeviceDynamicInfo("dev", c.keys, o.dynamicInfos)),
+    METHOD("QueryDeviceConfigInfo", p.QueryDeviceConfigInfo("q", o.config)),
+    METHOD("RegisterServiceDeliverCallback", p.RegisterServiceDeliverCallback(3, c.deliver)),
+    METHOD("SetDialogEventCallback", p.SetDialogEventCallback(c.dialog)),
+    METHOD("NotifyAppDialogEvent", p.NotifyAppDialogEvent("{}")),
+    METHOD("RequestService", p.RequestService("pkg", c.publish)),
+    METHOD("UnRequestService", p.UnRequestService("pkg")),
+    METHOD("GetDeviceSwitch", p.GetDeviceSwitch("dev")),
+    METHOD("RegisterKeyMouseCallback", p.RegisterKeyMouseCallback("caller", c.keyMouse)),
+    METHOD("UnregisterKeyMouseCallback", p.UnregisterKeyMouseCallback("caller")),
+    METHOD("UpdateKeyMouseEdgeSwitch", p.UpdateKeyMouseEdgeSwitch(true)),
+    // The network id goes in by reference and must come back untouched.
+    METHOD("GetIsSameDeviceAccount", std::string networkId = "net"; p.GetIsSameDeviceAccount(networkId);
+           FUZZ_CHECK(networkId == "net")),
+    METHOD("GetBindKeymouseServiceReq", p.GetBindKeymouseServiceReq(true)),
+    METHOD("GetIsNextTypeDevice", std::string networkId = "net"; p.GetIsNextTypeDevice(networkId);
+           FUZZ_CHECK(networkId == "net")),
 };
+#undef METHOD
 constexpr size_t METHOD_COUNT = sizeof(METHODS) / sizeof(METHODS[0]);
 
 void CheckOutputs(const Outputs& out, size_t replySize)

@@ -2,13 +2,10 @@
 // budget belongs to the calling thread.
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "ipc_object_stub.h"
 #include "message_parcel.h"
 #include "parcel_test_seam.h"
 #include "platform_test_util.h"
@@ -20,6 +17,8 @@ using ParcelTestSeam::FailWritesAfter;
 using ParcelTestSeam::RemainingWrites;
 using ParcelTestSeam::ResetWriteFailures;
 using ParcelTestSeam::ScopedWriteFailure;
+using Test::EveryWrite;
+using Test::NamedWrite;
 using Test::TestRecord;
 using Test::ToHex;
 
@@ -32,31 +31,7 @@ protected:
 // puts on the wire; a refused one leaves neither bytes nor objects behind.
 TEST_F(ParcelSeamTest, EachOperationIsOneWrite)
 {
-    struct WriteOp {
-        const char* name;
-        std::function<bool(MessageParcel&)> write;
-    };
-#define W(...) NAMED_WRITE(MessageParcel, __VA_ARGS__)
-    const WriteOp ops[] = {
-        {W(WriteBool(true))},
-        {W(WriteInt32(1))},
-        {W(WriteUint32(1))},
-        {W(WriteInt64(1))},
-        {W(WriteUint64(1))},
-        {W(WriteString("abc"))},
-        {W(WriteString16(u"abc"))},
-        {W(WriteBuffer("abcde", 5))},
-        {W(WriteStringVector({"a", "b", "c"}))},
-        {W(WriteUInt32Vector({1, 2, 3}))},
-        {W(WriteInt32Vector({1, 2, 3}))},
-        {W(WriteStrongParcelable(new TestRecord(1, "ab", 2)))},
-        {W(WriteStrongParcelable(nullptr))},
-        {W(WriteParcelable(std::make_unique<TestRecord>(1, "ab", 2).get()))},
-        {W(WriteInterfaceToken(u"Tavik.Test.IFoo"))},
-        {W(WriteRemoteObject(new IPCObjectStub(u"x")))},
-    };
-#undef W
-    for (const WriteOp& op : ops) {
+    for (const NamedWrite& op : EveryWrite()) {
         MessageParcel parcel;
         FailWritesAfter(0);
         EXPECT_FALSE(op.write(parcel)) << "zero budget accepted: " << op.name;

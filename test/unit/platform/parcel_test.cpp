@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "parcel.h"
+#include "message_parcel.h"
 #include "platform_test_util.h"
 
 namespace Tavik {
@@ -19,6 +19,8 @@ namespace {
 
 using Test::AllocationWatch;
 using Test::CompactHex;
+using Test::EveryWrite;
+using Test::NamedWrite;
 using Test::ParseWords;
 using Test::TestRecord;
 using Test::ToHex;
@@ -315,31 +317,15 @@ TEST(ParcelTest, CapacityIsOneMebibyteByDefaultAndSettable)
 // lets the same write produce its full bytes.
 TEST(ParcelTest, WriteOverCapacityRollsBack)
 {
-    struct Case {
-        const char* name;
-        std::function<bool(Parcel&)> write;
-    };
-#define W(...) NAMED_WRITE(Parcel, __VA_ARGS__)
-    const Case cases[] = {
-        {W(WriteString("abcdefgh"))},
-        {W(WriteString("abcd"))},  // the NUL in its own word
-        {W(WriteString16(u"abcd"))},
-        {W(WriteBuffer("123456789", 9))},
-        {W(WriteStringVector({"aaaa", "bbbb", "cccc"}))},
-        {W(WriteUInt32Vector({1, 2, 3, 4, 5}))},
-        {W(WriteInt32Vector({-1, -2, -3, -4, -5}))},
-        {W(WriteStrongParcelable(new TestRecord(5, "abcdefg", 6)))},
-        {W(WriteParcelable(std::make_unique<TestRecord>(1, "", 2).get()))},
-    };
-#undef W
-    for (const Case& c : cases) {
-        Parcel sizing;
+    for (const NamedWrite& c : EveryWrite()) {
+        MessageParcel sizing;
         ASSERT_TRUE(sizing.WriteInt32(kMarker) && c.write(sizing)) << c.name;
         for (size_t cap = 4; cap < sizing.GetDataSize(); cap += 4) {
-            Parcel parcel;
+            MessageParcel parcel;
             ASSERT_TRUE(parcel.SetMaxCapacity(cap) && parcel.WriteInt32(kMarker));
             EXPECT_FALSE(c.write(parcel)) << c.name << " with capacity " << cap;
             EXPECT_EQ(ToHex(parcel), "5a5a5a5a") << "not rolled back: " << c.name << " with capacity " << cap;
+            EXPECT_EQ(parcel.GetObjectCount(), 0u) << "object kept: " << c.name << " with capacity " << cap;
             ASSERT_TRUE(parcel.SetMaxCapacity(Parcel::DEFAULT_MAX_CAPACITY));
             EXPECT_TRUE(c.write(parcel)) << c.name << " after raising " << cap;
             EXPECT_EQ(ToHex(parcel), ToHex(sizing)) << c.name << " after raising " << cap;

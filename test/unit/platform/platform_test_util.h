@@ -6,10 +6,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "ipc_object_stub.h"
+#include "message_parcel.h"
 #include "parcel.h"
 
 // `name, write` for a table row: a write on a parcel of type P, named by its own expression.
@@ -67,6 +71,39 @@ public:
 private:
     bool* destroyed_;
 };
+
+// One of every write operation, each putting several words (or an object) on
+// the wire, for the tests that refuse a write half-way: the write budget and
+// the capacity limit.
+struct NamedWrite {
+    const char* name;
+    std::function<bool(MessageParcel&)> write;
+};
+#define W(...) NAMED_WRITE(MessageParcel, __VA_ARGS__)
+inline const std::vector<NamedWrite>& EveryWrite()
+{
+    static const std::vector<NamedWrite> writes = {
+        {W(WriteBool(true))},
+        {W(WriteInt32(1))},
+        {W(WriteUint32(1))},
+        {W(WriteInt64(1))},
+        {W(WriteUint64(1))},
+        {W(WriteString("abcd"))},  // the NUL in its own word
+        {W(WriteString("abcdefgh"))},
+        {W(WriteString16(u"abcd"))},
+        {W(WriteBuffer("123456789", 9))},
+        {W(WriteStringVector({"aaaa", "bbbb", "cccc"}))},
+        {W(WriteUInt32Vector({1, 2, 3, 4, 5}))},
+        {W(WriteInt32Vector({-1, -2, -3, -4, -5}))},
+        {W(WriteStrongParcelable(new TestRecord(5, "abcdefg", 6)))},
+        {W(WriteStrongParcelable(nullptr))},
+        {W(WriteParcelable(std::make_unique<TestRecord>(1, "", 2).get()))},
+        {W(WriteInterfaceToken(u"Tavik.Test.IFoo"))},
+        {W(WriteRemoteObject(new IPCObjectStub(u"x")))},
+    };
+    return writes;
+}
+#undef W
 
 }  // namespace Test
 }  // namespace Tavik

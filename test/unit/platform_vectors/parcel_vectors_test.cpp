@@ -1,15 +1,17 @@
 // Malformed (and a few well-formed) parcels, byte by byte, with the outcome
-// each read must have.
+// each read must have. Well-formed items and every cut of one are pinned by
+// the platform tests (golden bytes, round trips, the prefix sweep, hostile
+// counts); the rows here are the byte patterns those cannot produce.
 //
 // Each vector names its bytes (see vector_spec.h), the size of the parcel's
 // object table, the reads to run one after another, and the expected
 // outcome of every read, joined by " | ":
 //   ok VALUE @POS    the read succeeded with VALUE, the position is now POS
-//   ok @POS          a read without a value (skip, rewind) succeeded
+//   ok @POS          a read without a value (rewind) succeeded
 //   fail @POS        the read failed; POS shows where the position stayed
 //   null @POS        a strong parcelable read returned null
 // Values: integers in decimal, "text" and u"text" with \xNN and \uNNNN
-// escapes, [a, b] for vectors, object#I for the I-th table entry, hex for
+// escapes, [a, b] for vectors, hex for
 // raw buffers ("-" when empty), {f1, f2, ...} for a record's fields.
 #include <gtest/gtest.h>
 
@@ -87,7 +89,7 @@ std::string Show(const DeviceInfo& info)
 
 class VectorReader {
 public:
-    VectorReader(const ParcelVector& vector, const std::vector<sptr<IRemoteObject>>& table) : table_(table)
+    VectorReader(const ParcelVector& vector, const std::vector<sptr<IRemoteObject>>& table)
     {
         std::vector<uint8_t> bytes = DdTest::ParseSpec(vector.bytes);
         EXPECT_TRUE(parcel_.ParseFrom(bytes.data(), bytes.size()));
@@ -121,9 +123,7 @@ private:
     }
         VALUE_READ("bool", bool, parcel_.ReadBool(out));
         VALUE_READ("int32", int32_t, parcel_.ReadInt32(out));
-        VALUE_READ("uint32", uint32_t, parcel_.ReadUint32(out));
         VALUE_READ("int64", int64_t, parcel_.ReadInt64(out));
-        VALUE_READ("uint64", uint64_t, parcel_.ReadUint64(out));
         VALUE_READ("string", std::string, parcel_.ReadString(out));
         VALUE_READ("string16", std::u16string, parcel_.ReadString16(out));
         // The token read has no failure flag: no token is empty.
@@ -133,11 +133,7 @@ private:
         VALUE_READ("int32s", std::vector<int32_t>, parcel_.ReadInt32Vector(&out));
 #undef VALUE_READ
         if (op == "object") {
-            sptr<IRemoteObject> object = parcel_.ReadRemoteObject();
-            for (size_t i = 0; object != nullptr && i < table_.size(); ++i) {
-                value = table_[i] == object ? "object#" + std::to_string(i) : value;
-            }
-            return object != nullptr;
+            return parcel_.ReadRemoteObject() != nullptr;
         }
         if (op == "buffer") {
             const uint8_t* bytes = parcel_.ReadBuffer(argument);
@@ -148,9 +144,6 @@ private:
                 value += hex;
             }
             return bytes != nullptr;
-        }
-        if (op == "skip") {
-            return parcel_.SkipBytes(argument);
         }
         if (op == "rewind") {
             return parcel_.RewindRead(argument);
@@ -165,49 +158,22 @@ private:
     }
 
     MessageParcel parcel_;
-    const std::vector<sptr<IRemoteObject>>& table_;
 };
 
-// The valid vectors pin what a well-formed item reads as, next to the
-// malformed ones that differ from them by a byte or a count.
 const ParcelVector PARCEL_VECTORS[] = {
     // --- fixed-size values ---------------------------------------------------
-    {"int32", "05000000", "int32", "ok 5 @4"},
-    {"int32 negative", "ffffffff", "int32", "ok -1 @4"},
-    {"int32 cut after 3 bytes", "050000", "int32", "fail @0"},
-    {"int32 from an empty parcel", "", "int32", "fail @0"},
     {"int64 lowest bit and sign bit", "01000000 00000080", "int64", "ok -9223372036854775807 @8"},
-    {"int64 cut at the 4-byte boundary", "01000000", "int64", "fail @0"},
-    {"uint64 cut after 7 bytes", "01020304 050607", "uint64", "fail @0"},
     {"bool: any non-zero int32 is true", "02000000", "bool", "ok true @4"},
-    {"bool cut after 1 byte", "01", "bool", "fail @0"},
-    {"uint32 then a cut int32", "07000000 0100", "uint32 int32", "ok 7 @4 | fail @4"},
-    {"int32 then a lone padding byte", "05000000 00", "int32 int32", "ok 5 @4 | fail @4"},
 
     // --- strings ---------------------------------------------------------------
-    {"string", "03000000 \"abc\" 00", "string", "ok \"abc\" @8"},
-    {"string empty", "00000000 00000000", "string", "ok \"\" @8"},
-    {"string filling 4 bytes, NUL padded to 8", "04000000 \"abcd\" 00000000", "string", "ok \"abcd\" @12"},
     {"last string without its padding", "04000000 \"abcd\" 00", "string", "ok \"abcd\" @9"},
-    {"string with a NUL inside", "03000000 61006200", "string", "ok \"a\\x00b\" @8"},
     {"string whose NUL is an x", "03000000 \"abcx\"", "string", "fail @0"},
-    {"string ending before its NUL", "03000000 \"abc\"", "string", "fail @0"},
     {"string length past the end", "10000000 \"abc\" 00", "string", "fail @0"},
     {"string length -1", "ffffffff 00000000", "string", "fail @0"},
     {"string length INT32_MIN", "00000080 00000000", "string", "fail @0"},
-    {"string length INT32_MAX", "ffffff7f 00000000", "string", "fail @0"},
-    {"string cut inside its length", "0300", "string", "fail @0"},
-    {"failed string leaves its length to be read", "05000000 \"abcdefgh\"", "string int32", "fail @0 | ok 5 @4"},
-    {"second string cut after its length", "01000000 \"a\" 000000 02000000 \"b\"", "string string",
-     "ok \"a\" @8 | fail @8"},
 
     // --- u16 strings and interface tokens ------------------------------------------
-    {"u16string", "02000000 u\"ab\" 00000000", "string16", "ok u\"ab\" @12"},
-    {"u16string empty", "00000000 00000000", "string16", "ok u\"\" @8"},
-    {"u16string beyond ASCII", "01000000 e9000000", "string16", "ok u\"\\u00e9\" @8"},
     {"u16string whose NUL unit is an x", "02000000 u\"abx\"", "string16", "fail @0"},
-    {"u16string with half a NUL unit", "01000000 610000", "string16", "fail @0"},
-    {"u16string length INT32_MAX", "ffffff7f 00000000", "string16", "fail @0"},
     {"u16string length -2", "feffffff 00000000", "string16", "fail @0"},
     {"token", "1b000000 u\"Tavik.Syntavo.IDeviceDetect\" 0000", "token", "ok u\"Tavik.Syntavo.IDeviceDetect\" @60"},
     {"token of another interface reads as what it is", "0a000000 u\"Tavik.Fake\" 00000000", "token",
@@ -219,26 +185,14 @@ const ParcelVector PARCEL_VECTORS[] = {
     {"token from an empty parcel", "", "token", "fail @0"},
 
     // --- vectors -----------------------------------------------------------------
-    {"string vector", "02000000 01000000 \"a\" 000000 00000000 00000000", "strings", "ok [\"a\", \"\"] @20"},
-    {"string vector empty", "00000000", "strings", "ok [] @4"},
-    {"string vector count past the end", "03000000 01000000 \"a\" 000000", "strings", "fail @0"},
     {"string vector count -1", "ffffffff", "strings", "fail @0"},
-    {"string vector count whose 8-byte minimum overflows int32", "ffffff7f 00000000 00000000", "strings", "fail @0"},
     {"string vector with a broken second entry", "02000000 01000000 \"a\" 000000 05000000 \"b\" 000000", "strings",
      "fail @0"},
     {"string vector whose last entry lacks padding", "01000000 00000000 00", "strings", "fail @0"},
-    {"uint32 vector", "02000000 01000000 ffffffff", "uint32s", "ok [1, 4294967295] @12"},
-    {"uint32 vector empty", "00000000", "uint32s", "ok [] @4"},
-    {"uint32 vector count past the end", "03000000 01000000 02000000", "uint32s", "fail @0"},
     {"uint32 vector count times 4 is 2^32", "00000040 01000000", "uint32s", "fail @0"},
-    {"uint32 vector count INT32_MAX", "ffffff7f", "uint32s", "fail @0"},
-    {"int32 vector", "02000000 ffffffff 00000000", "int32s", "ok [-1, 0] @12"},
     {"int32 vector count -2", "feffffff 01000000", "int32s", "fail @0"},
-    {"int32 vector cut inside its last element", "02000000 ffffffff 0000", "int32s", "fail @0"},
 
     // --- remote objects ----------------------------------------------------------------
-    {"object 0 of 1", "00000000", "object", "ok object#0 @4", 1},
-    {"object 1 of 2", "01000000", "object", "ok object#1 @4", 2},
     {"object index equal to the table size", "01000000", "object", "fail @0", 1},
     {"object index with an empty table", "00000000", "object", "fail @0", 0},
     {"object index 0xffffffff", "ffffffff", "object", "fail @0", 1},
@@ -246,19 +200,12 @@ const ParcelVector PARCEL_VECTORS[] = {
     {"object index cut after 1 byte", "00", "object", "fail @0", 1},
 
     // --- raw buffers, skips, rewinds and odd positions ---------------------------------
-    {"buffer of 3 padded to 4", "\"abc\" 00 05000000", "buffer:3 int32", "ok 616263 @4 | ok 5 @8"},
     {"buffer of 0 from an empty parcel", "", "buffer:0", "ok - @0"},
-    {"buffer past the end", "\"abc\"", "buffer:4", "fail @0"},
-    {"skip of 5 padded to 8", "00000000 00000000 07000000", "skip:5 int32", "ok @8 | ok 7 @12"},
-    {"skip past the end", "00000000", "skip:5", "fail @0"},
-    {"rewind past the end", "00000000", "rewind:5", "fail @0"},
     {"int32 at an odd position", "00010203 04050607", "rewind:1 int32", "ok @1 | ok 67305985 @5"},
     {"string at an odd position", "00 03000000 \"abc\" 00", "rewind:1 string", "ok @1 | ok \"abc\" @9"},
 
     // --- a record cut at every item boundary ------------------------------------------
     // DeviceInfo takes its fields as they come: a missing one reads empty.
-    {"DeviceInfo", "01000000 01000000 \"u\" 000000 01000000 \"n\" 000000 01000000 \"d\" 000000 0e000000", "DeviceInfo?",
-     "ok {\"u\", \"n\", \"d\", 14} @32"},
     {"DeviceInfo cut after its presence", "01000000", "DeviceInfo?", "ok {\"\", \"\", \"\", 0} @4"},
     {"DeviceInfo cut after the udid", "01000000 01000000 \"u\" 000000", "DeviceInfo?", "ok {\"u\", \"\", \"\", 0} @12"},
     {"DeviceInfo cut after the network id", "01000000 01000000 \"u\" 000000 01000000 \"n\" 000000", "DeviceInfo?",
@@ -271,7 +218,6 @@ const ParcelVector PARCEL_VECTORS[] = {
     // The three string reads fail in place, so the type is read from the
     // udid's length.
     {"DeviceInfo cut inside the udid", "01000000 01000000 \"u\"", "DeviceInfo?", "ok {\"\", \"\", \"\", 1} @8"},
-    {"DeviceInfo absent", "00000000", "DeviceInfo?", "null @4"},
     {"DeviceInfo presence -1 counts as present", "ffffffff 00000000 00000000 00000000 00000000", "DeviceInfo?",
      "ok {\"\", \"\", \"\", 0} @20"},
     {"DeviceInfo from an empty parcel", "", "DeviceInfo?", "null @0"},

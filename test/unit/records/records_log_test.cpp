@@ -120,25 +120,6 @@ TEST(RecordLogTest, ConstructionAndDestructionLines)
     }
 }
 
-// Copies are made without a creation line but are destroyed with one.
-TEST(RecordLogTest, CopiesLogOnlyTheirDestruction)
-{
-    sptr<DeviceInfo> device = FillDeviceInfo();
-    sptr<DeviceServiceInfo> service = FillDeviceServiceInfo();
-    LogCapture capture;
-    {
-        DeviceInfo copy(*device);
-        DeviceServiceInfo serviceCopy(*service);
-        DeviceInfo assigned;
-        capture.Clear();
-        assigned = copy;
-    }
-    EXPECT_TRUE(LoggedSequence(
-        capture, {"~DeviceInfo# destory:device = net****def, deviceName= Living room TV, deviceType = 156",
-                  "~DeviceServiceInfo# destory:device = net****-42, deviceName= Kitchen pad, deviceType = 17",
-                  "~DeviceInfo# destory:device = net****def, deviceName= Living room TV, deviceType = 156"}));
-}
-
 TEST(RecordLogTest, MarshallingSuccessLines)
 {
     struct Case {

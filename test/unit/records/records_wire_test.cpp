@@ -33,22 +33,34 @@ TEST(RecordWireTest, RoundTripKeepsEveryFieldAndConsumesExactlyTheWrite)
     }
 }
 
-// A copy is a value that writes the same bytes as its source, with its own
-// reference count; PickerResult alone shares its members.
-TEST(RecordWireTest, CopiesWriteTheSameBytes)
+// A copy is a value that writes the same bytes as its source; it is made
+// without a creation line but destroyed with one. PickerResult alone shares
+// its members.
+TEST(RecordWireTest, CopiesWriteTheSameBytesAndLogOnlyTheirDestruction)
 {
-    LogCapture quiet;
-    sptr<DeviceInfo> deviceInfo = FillDeviceInfo();
-    sptr<DeviceInfo> heapCopy = new DeviceInfo(*deviceInfo);
-    EXPECT_EQ(heapCopy->GetSptrRefCount(), 1);
-    EXPECT_EQ(deviceInfo->GetSptrRefCount(), 1);
-    heapCopy = nullptr;
-    EXPECT_EQ(Encode(DeviceInfo(*deviceInfo)), Encode(*deviceInfo));
-    EXPECT_EQ(Encode(DeviceServiceInfo(*FillDeviceServiceInfo())), Encode(*FillDeviceServiceInfo()));
-    EXPECT_EQ(Encode(AbilityFilter(*FillAbilityFilter())), Encode(*FillAbilityFilter()));
-    DeviceConfigInfo assigned;
-    assigned = *FillDeviceConfigInfo();
-    EXPECT_EQ(Encode(assigned), Encode(*FillDeviceConfigInfo()));
+    sptr<DeviceInfo> device = FillDeviceInfo();
+    sptr<DeviceServiceInfo> service = FillDeviceServiceInfo();
+    {
+        LogCapture quiet;
+        EXPECT_EQ(Encode(DeviceInfo(*device)), Encode(*device));
+        EXPECT_EQ(Encode(DeviceServiceInfo(*service)), Encode(*service));
+        EXPECT_EQ(Encode(AbilityFilter(*FillAbilityFilter())), Encode(*FillAbilityFilter()));
+        DeviceConfigInfo assigned;
+        assigned = *FillDeviceConfigInfo();
+        EXPECT_EQ(Encode(assigned), Encode(*FillDeviceConfigInfo()));
+    }
+    LogCapture capture;
+    {
+        DeviceInfo copy(*device);
+        DeviceServiceInfo serviceCopy(*service);
+        DeviceInfo assigned;
+        capture.Clear();
+        assigned = copy;
+    }
+    EXPECT_TRUE(LoggedSequence(
+        capture, {"~DeviceInfo# destory:device = net****def, deviceName= Living room TV, deviceType = 156",
+                  "~DeviceServiceInfo# destory:device = net****-42, deviceName= Kitchen pad, deviceType = 17",
+                  "~DeviceInfo# destory:device = net****def, deviceName= Living room TV, deviceType = 156"}));
 
     sptr<PickerResult> original = FillPickerResult();
     PickerResult copy(*original);
