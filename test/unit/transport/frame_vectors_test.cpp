@@ -1,5 +1,6 @@
 // Hand-written byte streams sent to a server connection of this process, one
-// connection per case, with what the server must answer. The table pins the
+// connection per case, with what the server must answer (and, at the end,
+// replies a hand-made server sends to a client of this process). The table pins the
 // frame layout and every header, object-entry and connection-state check.
 //
 // A stream is written as in the parcel vectors (hex pieces in wire order),
@@ -22,12 +23,16 @@
 // up mid-frame (no such line), or `open` when the connection must go on
 // serving (checked with one more call). After every case the server process
 // holds no connection, export or import of it.
+#include <poll.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <sstream>
+#include <thread>
 
 #include "../platform_vectors/vector_spec.h"
 #include "ipc_status.h"
@@ -368,7 +373,8 @@ TEST_P(FrameVectorTest, ServerAnswersAsExpectedAndKeepsNothing)
         << GetTransportStats().exportedObjects << ", imported " << GetTransportStats().importedObjects;
 }
 
-std::string CaseName(const ::testing::TestParamInfo<FrameVector>& info)
+template <typename Vector>
+std::string CaseName(const ::testing::TestParamInfo<Vector>& info)
 {
     std::string name;
     for (const char* c = info.param.name; *c != '\0'; ++c) {
@@ -377,7 +383,88 @@ std::string CaseName(const ::testing::TestParamInfo<FrameVector>& info)
     return std::to_string(info.index) + "_" + name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Frames, FrameVectorTest, ::testing::ValuesIn(FRAME_VECTORS), CaseName);
+INSTANTIATE_TEST_SUITE_P(Frames, FrameVectorTest, ::testing::ValuesIn(FRAME_VECTORS), CaseName<FrameVector>);
+
+// The other direction: a hand-made server answers the ECHO of a client of
+// this process (call id 1, the first of a fresh connection). A bad answer
+// ends the connection that carried it, and nothing else.
+struct ReplyVector {
+    const char* name;
+    const char* answer;
+    int32_t status;
+};
+
+void PrintTo(const ReplyVector& vector, std::ostream* out)
+{
+    *out << vector.name;
+}
+
+const ReplyVector REPLY_VECTORS[] = {
+    {"reply to another call id", "00000000 5456 01 02 6500000000000000 00000000 00000000 00000000 0000 0000",
+     IPC_ERR_DEAD_OBJECT},
+    {"reply returning an object the client never exported",
+     "08000000 5456 01 02 0100000000000000 00000000 00000000 00000000 0100 0000 05000000 01 000000",
+     IPC_ERR_DEAD_OBJECT},
+    {"transaction to an object the client never exported",
+     "04000000 5456 01 01 0100000000000000 04000000 01000000 00000000 0000 0000 00000000", IPC_ERR_DEAD_OBJECT},
+    {"well-formed reply", "00000000 5456 01 02 0100000000000000 00000000 d2040000 00000000 0000 0000", 1234},
+};
+
+// A listening socket at the ability's path, played by the test.
+class RawServerTest : public ::testing::TestWithParam<ReplyVector> {
+protected:
+    void SetUp() override
+    {
+        listenFd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        ASSERT_GE(listenFd_, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, GetSystemAbilitySocketPath(id_).c_str(), sizeof(address.sun_path) - 1);
+        ASSERT_EQ(bind(listenFd_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        ASSERT_EQ(listen(listenFd_, 4), 0);
+        remote_ = ConnectSystemAbility(id_);
+        ASSERT_NE(remote_, nullptr);
+        pollfd pfd{listenFd_, POLLIN, 0};
+        ASSERT_EQ(poll(&pfd, 1, 5000), 1) << "the client reused a connection instead of connecting";
+        peerFd_ = accept(listenFd_, nullptr, nullptr);
+        ASSERT_GE(peerFd_, 0);
+    }
+    void TearDown() override
+    {
+        close(peerFd_);
+        close(listenFd_);
+    }
+
+    ScopedRuntimeDir dir_;
+    const int32_t id_ = NextSystemAbilityId();
+    int listenFd_ = -1;
+    int peerFd_ = -1;
+    sptr<IRemoteObject> remote_;
+};
+
+TEST_P(RawServerTest, OnlyAWellFormedReplyCompletesTheCallAndABadOneEndsTheConnection)
+{
+    sptr<DeathCounter> death(new DeathCounter());
+    ASSERT_TRUE(remote_->AddDeathRecipient(death));
+    int32_t status = IPC_OK;
+    std::thread caller([&] { status = Echo(remote_, 1, nullptr, nullptr, 5); });
+    FrameHeader request{};
+    std::vector<uint8_t> body;
+    bool got = ReadFrame(peerFd_, request, body);
+    EXPECT_TRUE(got);
+    std::vector<uint8_t> answer = DdTest::ParseSpec(GetParam().answer);
+    EXPECT_TRUE(got && RawSend(peerFd_, answer.data(), answer.size()));
+    caller.join();
+    EXPECT_EQ(status, GetParam().status);
+    bool bad = GetParam().status == IPC_ERR_DEAD_OBJECT;
+    EXPECT_EQ(remote_->IsObjectDead(), bad);
+    if (bad) {
+        EXPECT_TRUE(WaitUntil([&] { return death->Count() == 1; }));
+        EXPECT_TRUE(WaitForClose(peerFd_));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Replies, RawServerTest, ::testing::ValuesIn(REPLY_VECTORS), CaseName<ReplyVector>);
 
 }  // namespace
 }  // namespace TransportTest
