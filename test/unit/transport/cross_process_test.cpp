@@ -217,7 +217,7 @@ TEST_F(CrossProcessTest, RequestsUpToTheFrameLimitGoThrough)
     auto send = [&](size_t fill, size_t objects, MessageParcel& reply) {
         std::vector<uint8_t> filler(fill, 0x5A);
         MessageParcel data;
-        MessageOption option = SyncOption();
+        MessageOption option(MessageOption::TF_SYNC, MessageOption::TF_WAIT_TIME);
         EXPECT_TRUE(data.SetMaxCapacity(2 * MIB) && data.WriteInt32(77) && data.WriteBuffer(filler.data(), fill));
         EXPECT_EQ(data.GetDataSize(), 4 + fill);
         for (size_t i = 0; i < objects; ++i) {

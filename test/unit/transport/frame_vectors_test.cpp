@@ -30,6 +30,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstring>
 #include <sstream>
 #include <thread>
@@ -38,6 +39,7 @@
 #include "ipc_status.h"
 #include "socket_transport.h"
 #include "tralog.h"
+#include "transport/frame.h"
 #include "transport/socket_connection.h"
 #include "transport_test_util.h"
 
@@ -48,6 +50,100 @@ namespace {
 using Transport::FrameHeader;
 using Transport::FrameKind;
 using Transport::GetTransportStats;
+
+// --- raw socket access for hand-made frames ---
+
+// A stream socket bound to (listen) or connected to (!listen) `path`; -1 on
+// failure.
+int RawSocket(const std::string& path, bool listen)
+{
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    auto* raw = reinterpret_cast<sockaddr*>(&address);
+    if (fd >= 0 && (listen ? bind(fd, raw, sizeof(address)) != 0 || ::listen(fd, 4) != 0
+                           : connect(fd, raw, sizeof(address)) != 0)) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+bool RawSend(int fd, const void* data, size_t size)
+{
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    while (size > 0) {
+        ssize_t written = send(fd, bytes, size, MSG_NOSIGNAL);
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            return false;
+        }
+        bytes += written;
+        size -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+// recv() once data or the end comes before the deadline; -2 when it does not.
+ssize_t RecvBefore(int fd, void* out, size_t size, std::chrono::steady_clock::time_point deadline)
+{
+    for (;;) {
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        pollfd pfd{fd, POLLIN, 0};
+        if (left.count() <= 0) {
+            return -2;
+        }
+        if (poll(&pfd, 1, static_cast<int>(left.count())) > 0) {
+            return recv(fd, out, size, 0);
+        }
+    }
+}
+
+bool ReadExactly(int fd, void* out, size_t size, std::chrono::steady_clock::time_point deadline)
+{
+    auto* bytes = static_cast<uint8_t*>(out);
+    while (size > 0) {
+        ssize_t count = RecvBefore(fd, bytes, size, deadline);
+        if (count <= 0) {
+            return false;
+        }
+        bytes += count;
+        size -= static_cast<size_t>(count);
+    }
+    return true;
+}
+
+// True when the peer closes the socket within the limit (data before the
+// end is read and ignored).
+bool WaitForClose(int fd, std::chrono::milliseconds limit = std::chrono::milliseconds(5000))
+{
+    auto deadline = std::chrono::steady_clock::now() + limit;
+    uint8_t buffer[4096];
+    for (;;) {
+        ssize_t count = RecvBefore(fd, buffer, sizeof(buffer), deadline);
+        if (count == 0 || (count == -1 && errno == ECONNRESET)) {
+            return true;
+        }
+        if (count == -2) {
+            return false;
+        }
+    }
+}
+
+// Reads one whole frame (header and body); false on end or time-out.
+bool ReadFrame(int fd, FrameHeader& header, std::vector<uint8_t>& body,
+               std::chrono::milliseconds limit = std::chrono::milliseconds(5000))
+{
+    auto deadline = std::chrono::steady_clock::now() + limit;
+    if (!ReadExactly(fd, &header, sizeof(header), deadline) || header.length > Transport::MAX_FRAME_LENGTH) {
+        return false;
+    }
+    body.resize(header.length);
+    return header.length == 0 || ReadExactly(fd, body.data(), body.size(), deadline);
+}
 
 struct FrameVector {
     const char* name;
@@ -306,7 +402,7 @@ TEST_P(FrameVectorTest, ServerAnswersAsExpectedAndKeepsNothing)
     size_t baseline = GetTransportStats().connections;
 
     LogCapture log;
-    int fd = RawConnect(GetSystemAbilitySocketPath(id_));
+    int fd = RawSocket(GetSystemAbilitySocketPath(id_), false);
     ASSERT_GE(fd, 0);
     ASSERT_TRUE(WaitUntil([&] { return GetTransportStats().connections == baseline + 1; }));
     std::vector<ExpectedFrame> missing = outcome.frames;
@@ -415,13 +511,8 @@ class RawServerTest : public ::testing::TestWithParam<ReplyVector> {
 protected:
     void SetUp() override
     {
-        listenFd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        listenFd_ = RawSocket(GetSystemAbilitySocketPath(id_), true);
         ASSERT_GE(listenFd_, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, GetSystemAbilitySocketPath(id_).c_str(), sizeof(address.sun_path) - 1);
-        ASSERT_EQ(bind(listenFd_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-        ASSERT_EQ(listen(listenFd_, 4), 0);
         remote_ = ConnectSystemAbility(id_);
         ASSERT_NE(remote_, nullptr);
         pollfd pfd{listenFd_, POLLIN, 0};
