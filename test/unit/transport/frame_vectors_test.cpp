@@ -151,16 +151,16 @@ struct FrameVector {
     const char* outcome;
 };
 
-void PrintTo(const FrameVector& vector, std::ostream* out)
-{
-    *out << vector.name;
-}
-
 // Shorthand pieces, spelled out once here so that the table stays readable.
 #define ECHO_1 "04000000 5456 01 01 0100000000000000 00000000 01000000 00000000 0000 0000 07000000 "
 #define ECHO_2 "04000000 5456 01 01 0200000000000000 00000000 01000000 00000000 0000 0000 08000000 "
 // GET_OBJECT: the reply carries the server's object, exported to us as id 1.
 #define GET_OBJECT_1 "00000000 5456 01 01 0100000000000000 00000000 06000000 00000000 0000 0000 WAIT "
+
+void PrintTo(const FrameVector& vector, std::ostream* out)
+{
+    *out << vector.name;
+}
 
 const FrameVector FRAME_VECTORS[] = {
     // --- well-formed ---
