@@ -123,8 +123,8 @@ protected:
     void SetUp() override;
     void TearDown() override;
     Sim::ControlClient Control();
-    // SIGTERM ends it with 0 and "stopped", and nothing it logged is a
-    // warning, an error or a sanitizer's report (LeakSanitizer runs at exit).
+    // SIGTERM ends it with 0, and nothing it logged is a warning, an error or
+    // a sanitizer's report (LeakSanitizer runs at exit).
     void ExpectCleanStop();
 
     std::string runtimeDir_;

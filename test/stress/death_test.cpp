@@ -85,15 +85,6 @@ std::vector<std::string> ThreadsBesideIpcPool(size_t* poolThreads = nullptr)
     return threads;
 }
 
-std::string Join(const std::vector<std::string>& items)
-{
-    std::string joined;
-    for (const auto& item : items) {
-        joined += (joined.empty() ? "" : ", ") + item;
-    }
-    return joined;
-}
-
 // Every pool thread the counter knows of runs and carries its name.
 bool IpcPoolSettled()
 {
@@ -111,10 +102,9 @@ bool TransportIdle()
 
 // 8 threads share 100 calls (ECHO of the thread's number, each answer
 // checked, then BLOCK once the 100 are handed out, so that a thread that runs
-// out of calls still has one in flight). The
-// service is killed once `killAfter` calls have finished. Returns each
-// thread's last status; `slowestWake` keeps the longest a caller took to
-// return after the kill.
+// out of calls still has one in flight). The service is killed once
+// `killAfter` calls have finished. Returns each thread's last status;
+// `slowestWake` keeps the longest a caller took to return after the kill.
 std::vector<int32_t> CallAndKill(const sptr<IRemoteObject>& remote, HelperProcess& service, int killAfter,
                                  Clock::duration& slowestWake)
 {
@@ -193,7 +183,6 @@ TEST_F(ServiceDeathTest, KilledUnderLoadFailsEveryCallerNotifiesOnceAndLeavesNot
             CallAndKill(remote, service, static_cast<int>(random() % CALLS_PER_REPETITION), slowestWake);
         ASSERT_EQ(lastStatus, std::vector<int32_t>(CALLER_THREADS, IPC_ERR_DEAD_OBJECT)) << "repetition " << repetition;
         ASSERT_TRUE(WaitUntil([&] { return death->Count() > 0; })) << "repetition " << repetition;
-        EXPECT_TRUE(remote->IsObjectDead());
     }
 
     ASSERT_TRUE(WaitUntil(TransportIdle));
@@ -208,8 +197,9 @@ TEST_F(ServiceDeathTest, KilledUnderLoadFailsEveryCallerNotifiesOnceAndLeavesNot
             return fds.size() <= fdsBefore.size() && ThreadsBesideIpcPool() == threadsBefore;
         },
         std::chrono::seconds(20)))
-        << "fds [" << Join(fds) << "] (before [" << Join(fdsBefore) << "]), threads [" << Join(ThreadsBesideIpcPool())
-        << "] (before [" << Join(threadsBefore) << "])";
+        << "fds " << ::testing::PrintToString(fds) << " (before " << ::testing::PrintToString(fdsBefore)
+        << "), threads " << ::testing::PrintToString(ThreadsBesideIpcPool()) << " (before "
+        << ::testing::PrintToString(threadsBefore) << ")";
     EXPECT_TRUE(WaitUntil(IpcPoolSettled));
     EXPECT_LE(GetTransportStats().ipcThreads, Transport::MAX_IPC_THREADS);
     for (size_t i = 0; i < deaths.size(); ++i) {

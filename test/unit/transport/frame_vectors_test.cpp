@@ -1,5 +1,6 @@
 // Hand-written byte streams sent to a server connection of this process, one
-// connection per case, with what the server must answer. The table pins the
+// connection per case, with what the server must answer (and, at the end,
+// replies a hand-made server sends to a client of this process). The table pins the
 // frame layout and every header, object-entry and connection-state check.
 //
 // A stream is written as in the parcel vectors (hex pieces in wire order),
@@ -22,17 +23,24 @@
 // up mid-frame (no such line), or `open` when the connection must go on
 // serving (checked with one more call). After every case the server process
 // holds no connection, export or import of it.
+#include <poll.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cstring>
+#include <iomanip>
 #include <sstream>
+#include <thread>
 
 #include "../platform_vectors/vector_spec.h"
 #include "ipc_status.h"
 #include "socket_transport.h"
 #include "tralog.h"
+#include "transport/frame.h"
 #include "transport/socket_connection.h"
 #include "transport_test_util.h"
 
@@ -44,22 +52,116 @@ using Transport::FrameHeader;
 using Transport::FrameKind;
 using Transport::GetTransportStats;
 
+// --- raw socket access for hand-made frames ---
+
+// A stream socket bound to (listen) or connected to (!listen) `path`; -1 on
+// failure.
+int RawSocket(const std::string& path, bool listen)
+{
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    auto* raw = reinterpret_cast<sockaddr*>(&address);
+    if (fd >= 0 && (listen ? bind(fd, raw, sizeof(address)) != 0 || ::listen(fd, 4) != 0
+                           : connect(fd, raw, sizeof(address)) != 0)) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+bool RawSend(int fd, const void* data, size_t size)
+{
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    while (size > 0) {
+        ssize_t written = send(fd, bytes, size, MSG_NOSIGNAL);
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            return false;
+        }
+        bytes += written;
+        size -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+// recv() once data or the end comes before the deadline; -2 when it does not.
+ssize_t RecvBefore(int fd, void* out, size_t size, std::chrono::steady_clock::time_point deadline)
+{
+    for (;;) {
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        pollfd pfd{fd, POLLIN, 0};
+        if (left.count() <= 0) {
+            return -2;
+        }
+        if (poll(&pfd, 1, static_cast<int>(left.count())) > 0) {
+            return recv(fd, out, size, 0);
+        }
+    }
+}
+
+bool ReadExactly(int fd, void* out, size_t size, std::chrono::steady_clock::time_point deadline)
+{
+    auto* bytes = static_cast<uint8_t*>(out);
+    while (size > 0) {
+        ssize_t count = RecvBefore(fd, bytes, size, deadline);
+        if (count <= 0) {
+            return false;
+        }
+        bytes += count;
+        size -= static_cast<size_t>(count);
+    }
+    return true;
+}
+
+// True when the peer closes the socket within the limit (data before the
+// end is read and ignored).
+bool WaitForClose(int fd, std::chrono::milliseconds limit = std::chrono::milliseconds(5000))
+{
+    auto deadline = std::chrono::steady_clock::now() + limit;
+    uint8_t buffer[4096];
+    for (;;) {
+        ssize_t count = RecvBefore(fd, buffer, sizeof(buffer), deadline);
+        if (count == 0 || (count == -1 && errno == ECONNRESET)) {
+            return true;
+        }
+        if (count == -2) {
+            return false;
+        }
+    }
+}
+
+// Reads one whole frame (header and body); false on end or time-out.
+bool ReadFrame(int fd, FrameHeader& header, std::vector<uint8_t>& body,
+               std::chrono::milliseconds limit = std::chrono::milliseconds(5000))
+{
+    auto deadline = std::chrono::steady_clock::now() + limit;
+    if (!ReadExactly(fd, &header, sizeof(header), deadline) || header.length > Transport::MAX_FRAME_LENGTH) {
+        return false;
+    }
+    body.resize(header.length);
+    return header.length == 0 || ReadExactly(fd, body.data(), body.size(), deadline);
+}
+
 struct FrameVector {
     const char* name;
     const char* stream;
     const char* outcome;
 };
 
-void PrintTo(const FrameVector& vector, std::ostream* out)
-{
-    *out << vector.name;
-}
-
 // Shorthand pieces, spelled out once here so that the table stays readable.
 #define ECHO_1 "04000000 5456 01 01 0100000000000000 00000000 01000000 00000000 0000 0000 07000000 "
 #define ECHO_2 "04000000 5456 01 01 0200000000000000 00000000 01000000 00000000 0000 0000 08000000 "
 // GET_OBJECT: the reply carries the server's object, exported to us as id 1.
 #define GET_OBJECT_1 "00000000 5456 01 01 0100000000000000 00000000 06000000 00000000 0000 0000 WAIT "
+
+void PrintTo(const FrameVector& vector, std::ostream* out)
+{
+    *out << vector.name;
+}
 
 const FrameVector FRAME_VECTORS[] = {
     // --- well-formed ---
@@ -207,69 +309,35 @@ std::vector<Piece> ParseStream(const std::string& spec)
     return pieces;
 }
 
-struct ExpectedFrame {
-    FrameKind kind;
-    uint64_t callId;  // reply
-    uint32_t target;  // release
-    int64_t value;    // reply: status; release: count
-    std::vector<uint8_t> dataPrefix;
-};
-
-struct Outcome {
-    std::vector<ExpectedFrame> frames;
-    bool closed = false;
-    std::string reason;  // of the "malformed frame" line; none when empty
-};
-
-Outcome ParseOutcome(const std::string& spec)
-{
-    Outcome outcome;
-    std::istringstream items(spec);
-    std::string item;
-    while (std::getline(items, item, ';')) {
-        std::istringstream words(item);
-        std::string what;
-        words >> what;
-        ExpectedFrame frame{FrameKind::REPLY, 0, 0, 0, {}};
-        if (what == "closed") {
-            outcome.closed = true;
-            words >> outcome.reason;
-        } else if (what == "reply") {
-            std::string rest;
-            words >> frame.callId >> frame.value;
-            std::getline(words, rest);
-            frame.dataPrefix = DdTest::ParseSpec(rest);
-            outcome.frames.push_back(frame);
-        } else if (what == "release") {
-            frame.kind = FrameKind::RELEASE;
-            words >> frame.target >> frame.value;
-            outcome.frames.push_back(frame);
-        } else if (what != "open") {
-            throw std::invalid_argument("unknown outcome '" + what + "'");
-        }
-    }
-    return outcome;
-}
-
-bool Matches(const ExpectedFrame& expected, const FrameHeader& header, const std::vector<uint8_t>& body)
-{
-    if (header.kind != static_cast<uint8_t>(expected.kind)) {
-        return false;
-    }
-    if (expected.kind == FrameKind::RELEASE) {
-        return header.target == expected.target && header.code == expected.value;
-    }
-    return header.callId == expected.callId && static_cast<int32_t>(header.code) == expected.value &&
-           Transport::FrameDataSize(header) >= expected.dataPrefix.size() &&
-           std::equal(expected.dataPrefix.begin(), expected.dataPrefix.end(), body.begin());
-}
-
-std::string Describe(const FrameHeader& header)
+// A frame the server sent, in the outcome notation with a blank after every
+// word (the data in 4-byte words, at most 16 bytes of it), so that an
+// expected item plus a blank matches as a prefix.
+std::string Describe(const FrameHeader& header, const std::vector<uint8_t>& body)
 {
     std::ostringstream text;
-    text << "kind " << int(header.kind) << " call " << header.callId << " target " << header.target << " code "
-         << static_cast<int32_t>(header.code) << " length " << header.length;
+    if (header.kind == static_cast<uint8_t>(FrameKind::RELEASE)) {
+        text << "release " << header.target << " " << header.code << " ";
+        return text.str();
+    }
+    text << (header.kind == static_cast<uint8_t>(FrameKind::REPLY) ? "reply "
+                                                                   : "kind " + std::to_string(header.kind) + " ")
+         << header.callId << " " << static_cast<int32_t>(header.code) << " " << std::hex << std::setfill('0');
+    for (size_t i = 0; i < std::min<size_t>(Transport::FrameDataSize(header), 16); ++i) {
+        text << std::setw(2) << int(body[i]) << (i % 4 == 3 ? " " : "");
+    }
     return text.str();
+}
+
+// The outcome's items: the expected frames, then `open`, `closed` or
+// `closed <reason>`.
+std::vector<std::string> SplitOutcome(const std::string& spec)
+{
+    std::vector<std::string> items;
+    std::istringstream parts(spec);
+    for (std::string item; std::getline(parts, item, ';');) {
+        items.push_back(item.substr(item.find_first_not_of(' ')));
+    }
+    return items;
 }
 
 class FrameVectorTest : public ::testing::TestWithParam<FrameVector> {
@@ -297,24 +365,28 @@ int32_t FrameVectorTest::id_ = 0;
 TEST_P(FrameVectorTest, ServerAnswersAsExpectedAndKeepsNothing)
 {
     const FrameVector& vector = GetParam();
-    Outcome outcome = ParseOutcome(vector.outcome);
+    std::vector<std::string> missing = SplitOutcome(vector.outcome);
+    const std::string end = missing.back();
+    missing.pop_back();
+    const bool closed = end.rfind("closed", 0) == 0;
+    const std::string reason = closed && end.size() > 7 ? end.substr(7) : "";
     size_t baseline = GetTransportStats().connections;
 
     LogCapture log;
-    int fd = RawConnect(GetSystemAbilitySocketPath(id_));
+    int fd = RawSocket(GetSystemAbilitySocketPath(id_), false);
     ASSERT_GE(fd, 0);
     ASSERT_TRUE(WaitUntil([&] { return GetTransportStats().connections == baseline + 1; }));
-    std::vector<ExpectedFrame> missing = outcome.frames;
     auto takeFrame = [&] {
         FrameHeader header{};
         std::vector<uint8_t> body;
         if (!ReadFrame(fd, header, body)) {
             return false;
         }
+        std::string got = Describe(header, body);
         auto found = std::find_if(missing.begin(), missing.end(),
-                                  [&](const ExpectedFrame& expected) { return Matches(expected, header, body); });
+                                  [&](const std::string& expected) { return got.rfind(expected + " ", 0) == 0; });
         if (found == missing.end()) {
-            ADD_FAILURE() << "unexpected frame: " << Describe(header);
+            ADD_FAILURE() << "unexpected frame: " << got;
         } else {
             missing.erase(found);
         }
@@ -336,9 +408,9 @@ TEST_P(FrameVectorTest, ServerAnswersAsExpectedAndKeepsNothing)
     }
     while (!missing.empty() && takeFrame()) {
     }
-    EXPECT_TRUE(missing.empty()) << missing.size() << " expected frame(s) did not come";
+    EXPECT_EQ(missing, std::vector<std::string>{}) << "expected frames that did not come";
 
-    if (outcome.closed) {
+    if (closed) {
         EXPECT_TRUE(WaitForClose(fd));
     } else {
         // One more call (call id 99) shows the connection still serves.
@@ -348,7 +420,7 @@ TEST_P(FrameVectorTest, ServerAnswersAsExpectedAndKeepsNothing)
         FrameHeader header{};
         std::vector<uint8_t> body;
         ASSERT_TRUE(ReadFrame(fd, header, body));
-        EXPECT_TRUE(Matches({FrameKind::REPLY, 99, 0, 0, {0x2a, 0, 0, 0}}, header, body)) << Describe(header);
+        EXPECT_EQ(Describe(header, body).rfind("reply 99 0 2a000000 ", 0), 0u) << Describe(header, body);
     }
     // A bad frame is reported once, with its reason; a peer that hangs up
     // mid-frame has merely gone.
@@ -358,7 +430,7 @@ TEST_P(FrameVectorTest, ServerAnswersAsExpectedAndKeepsNothing)
             reasons.push_back(message.substr(message.rfind(": ") + 2));
         }
     }
-    EXPECT_EQ(reasons, outcome.reason.empty() ? std::vector<std::string>() : std::vector<std::string>{outcome.reason});
+    EXPECT_EQ(reasons, reason.empty() ? std::vector<std::string>() : std::vector<std::string>{reason});
     close(fd);
     EXPECT_TRUE(WaitUntil([&] {
         Transport::TransportStats stats = GetTransportStats();
@@ -368,7 +440,8 @@ TEST_P(FrameVectorTest, ServerAnswersAsExpectedAndKeepsNothing)
         << GetTransportStats().exportedObjects << ", imported " << GetTransportStats().importedObjects;
 }
 
-std::string CaseName(const ::testing::TestParamInfo<FrameVector>& info)
+template <typename Vector>
+std::string CaseName(const ::testing::TestParamInfo<Vector>& info)
 {
     std::string name;
     for (const char* c = info.param.name; *c != '\0'; ++c) {
@@ -377,7 +450,83 @@ std::string CaseName(const ::testing::TestParamInfo<FrameVector>& info)
     return std::to_string(info.index) + "_" + name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Frames, FrameVectorTest, ::testing::ValuesIn(FRAME_VECTORS), CaseName);
+INSTANTIATE_TEST_SUITE_P(Frames, FrameVectorTest, ::testing::ValuesIn(FRAME_VECTORS), CaseName<FrameVector>);
+
+// The other direction: a hand-made server answers the ECHO of a client of
+// this process (call id 1, the first of a fresh connection). A bad answer
+// ends the connection that carried it, and nothing else.
+struct ReplyVector {
+    const char* name;
+    const char* answer;
+    int32_t status;
+};
+
+void PrintTo(const ReplyVector& vector, std::ostream* out)
+{
+    *out << vector.name;
+}
+
+const ReplyVector REPLY_VECTORS[] = {
+    {"reply to another call id", "00000000 5456 01 02 6500000000000000 00000000 00000000 00000000 0000 0000",
+     IPC_ERR_DEAD_OBJECT},
+    {"reply returning an object the client never exported",
+     "08000000 5456 01 02 0100000000000000 00000000 00000000 00000000 0100 0000 05000000 01 000000",
+     IPC_ERR_DEAD_OBJECT},
+    {"transaction to an object the client never exported",
+     "04000000 5456 01 01 0100000000000000 04000000 01000000 00000000 0000 0000 00000000", IPC_ERR_DEAD_OBJECT},
+    {"well-formed reply", "00000000 5456 01 02 0100000000000000 00000000 d2040000 00000000 0000 0000", 1234},
+};
+
+// A listening socket at the ability's path, played by the test.
+class RawServerTest : public ::testing::TestWithParam<ReplyVector> {
+protected:
+    void SetUp() override
+    {
+        listenFd_ = RawSocket(GetSystemAbilitySocketPath(id_), true);
+        ASSERT_GE(listenFd_, 0);
+        remote_ = ConnectSystemAbility(id_);
+        ASSERT_NE(remote_, nullptr);
+        pollfd pfd{listenFd_, POLLIN, 0};
+        ASSERT_EQ(poll(&pfd, 1, 5000), 1) << "the client reused a connection instead of connecting";
+        peerFd_ = accept(listenFd_, nullptr, nullptr);
+        ASSERT_GE(peerFd_, 0);
+    }
+    void TearDown() override
+    {
+        close(peerFd_);
+        close(listenFd_);
+    }
+
+    ScopedRuntimeDir dir_;
+    const int32_t id_ = NextSystemAbilityId();
+    int listenFd_ = -1;
+    int peerFd_ = -1;
+    sptr<IRemoteObject> remote_;
+};
+
+TEST_P(RawServerTest, OnlyAWellFormedReplyCompletesTheCallAndABadOneEndsTheConnection)
+{
+    sptr<DeathCounter> death(new DeathCounter());
+    ASSERT_TRUE(remote_->AddDeathRecipient(death));
+    int32_t status = IPC_OK;
+    std::thread caller([&] { status = Echo(remote_, 1, nullptr, nullptr, 5); });
+    FrameHeader request{};
+    std::vector<uint8_t> body;
+    bool got = ReadFrame(peerFd_, request, body);
+    EXPECT_TRUE(got);
+    std::vector<uint8_t> answer = DdTest::ParseSpec(GetParam().answer);
+    EXPECT_TRUE(got && RawSend(peerFd_, answer.data(), answer.size()));
+    caller.join();
+    EXPECT_EQ(status, GetParam().status);
+    bool bad = GetParam().status == IPC_ERR_DEAD_OBJECT;
+    EXPECT_EQ(remote_->IsObjectDead(), bad);
+    if (bad) {
+        EXPECT_TRUE(WaitUntil([&] { return death->Count() == 1; }));
+        EXPECT_TRUE(WaitForClose(peerFd_));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Replies, RawServerTest, ::testing::ValuesIn(REPLY_VECTORS), CaseName<ReplyVector>);
 
 }  // namespace
 }  // namespace TransportTest

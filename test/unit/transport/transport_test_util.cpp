@@ -4,14 +4,10 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 
 #include "ipc_status.h"
@@ -205,16 +201,11 @@ bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
     return true;
 }
 
-MessageOption SyncOption(int waitSeconds)
-{
-    return MessageOption(MessageOption::TF_SYNC, waitSeconds);
-}
-
 int32_t Call(const sptr<IRemoteObject>& remote, uint32_t code, int32_t value, MessageParcel& reply, int waitSeconds,
              const sptr<IRemoteObject>& object)
 {
     MessageParcel data;
-    MessageOption option = SyncOption(waitSeconds);
+    MessageOption option(MessageOption::TF_SYNC, waitSeconds);
     if (object != nullptr) {
         data.WriteRemoteObject(object);
     }
@@ -234,97 +225,6 @@ int32_t Echo(const sptr<IRemoteObject>& remote, int32_t value, int32_t* answer, 
         *pid = reply.ReadInt32();
     }
     return status;
-}
-
-int RawConnect(const std::string& path)
-{
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
-        return -1;
-    }
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-    if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
-
-bool RawSend(int fd, const void* data, size_t size)
-{
-    const auto* bytes = static_cast<const uint8_t*>(data);
-    while (size > 0) {
-        ssize_t written = send(fd, bytes, size, MSG_NOSIGNAL);
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return false;
-        }
-        bytes += written;
-        size -= static_cast<size_t>(written);
-    }
-    return true;
-}
-
-namespace {
-
-// recv() once data or the end comes before the deadline; -2 when it does not.
-ssize_t RecvBefore(int fd, void* out, size_t size, std::chrono::steady_clock::time_point deadline)
-{
-    for (;;) {
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-        pollfd pfd{fd, POLLIN, 0};
-        if (left.count() <= 0) {
-            return -2;
-        }
-        if (poll(&pfd, 1, static_cast<int>(left.count())) > 0) {
-            return recv(fd, out, size, 0);
-        }
-    }
-}
-
-bool ReadExactly(int fd, void* out, size_t size, std::chrono::steady_clock::time_point deadline)
-{
-    auto* bytes = static_cast<uint8_t*>(out);
-    while (size > 0) {
-        ssize_t count = RecvBefore(fd, bytes, size, deadline);
-        if (count <= 0) {
-            return false;
-        }
-        bytes += count;
-        size -= static_cast<size_t>(count);
-    }
-    return true;
-}
-
-}  // namespace
-
-bool WaitForClose(int fd, std::chrono::milliseconds limit)
-{
-    auto deadline = std::chrono::steady_clock::now() + limit;
-    uint8_t buffer[4096];
-    for (;;) {
-        ssize_t count = RecvBefore(fd, buffer, sizeof(buffer), deadline);
-        if (count == 0 || (count == -1 && errno == ECONNRESET)) {
-            return true;
-        }
-        if (count == -2) {
-            return false;
-        }
-    }
-}
-
-bool ReadFrame(int fd, Transport::FrameHeader& header, std::vector<uint8_t>& body, std::chrono::milliseconds limit)
-{
-    auto deadline = std::chrono::steady_clock::now() + limit;
-    if (!ReadExactly(fd, &header, sizeof(header), deadline) || header.length > Transport::MAX_FRAME_LENGTH) {
-        return false;
-    }
-    body.resize(header.length);
-    return header.length == 0 || ReadExactly(fd, body.data(), body.size(), deadline);
 }
 
 }  // namespace TransportTest

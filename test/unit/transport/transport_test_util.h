@@ -1,6 +1,5 @@
 // Shared pieces of the transport tests: the test service, a callback stub,
-// a death counter, a private runtime directory, helper processes and raw
-// socket access for hand-made frames.
+// a death counter, a private runtime directory and helper processes.
 #ifndef TAVIK_TEST_TRANSPORT_TEST_UTIL_H
 #define TAVIK_TEST_TRANSPORT_TEST_UTIL_H
 
@@ -22,7 +21,6 @@
 #include "message_option.h"
 #include "message_parcel.h"
 #include "socket_transport.h"
-#include "transport/frame.h"
 
 namespace Tavik {
 namespace TransportTest {
@@ -143,9 +141,6 @@ int32_t NextSystemAbilityId();
 bool WaitUntil(const std::function<bool()>& condition,
                std::chrono::milliseconds limit = std::chrono::milliseconds(5000));
 
-// MessageOption with a wait time in seconds.
-MessageOption SyncOption(int waitSeconds = MessageOption::TF_WAIT_TIME);
-
 // A synchronous call of `code` with `value` (and `object` first, if any) as
 // its data; the status.
 int32_t Call(const sptr<IRemoteObject>& remote, uint32_t code, int32_t value, MessageParcel& reply,
@@ -153,16 +148,6 @@ int32_t Call(const sptr<IRemoteObject>& remote, uint32_t code, int32_t value, Me
 // ECHO(value): the status; the echoed value and the server's pid when asked.
 int32_t Echo(const sptr<IRemoteObject>& remote, int32_t value, int32_t* answer = nullptr, int32_t* pid = nullptr,
              int waitSeconds = MessageOption::TF_WAIT_TIME);
-
-// Raw socket access for hand-made frames.
-int RawConnect(const std::string& path);
-bool RawSend(int fd, const void* data, size_t size);
-// True when the peer closes the socket within the limit (data before the
-// end is read and ignored).
-bool WaitForClose(int fd, std::chrono::milliseconds limit = std::chrono::milliseconds(5000));
-// Reads one whole frame (header and body); false on end or time-out.
-bool ReadFrame(int fd, Transport::FrameHeader& header, std::vector<uint8_t>& body,
-               std::chrono::milliseconds limit = std::chrono::milliseconds(5000));
 
 // A TestService published under a fresh id in a fresh runtime directory for
 // the length of one test.
