@@ -238,16 +238,15 @@ inline std::string FunctionOf(const std::string& name)
     return name.substr(0, name.find('('));
 }
 
-// --- reply writers: strong-parcelable records field by field ---------------
+// --- reply writers ----------------------------------------------------------
+// Records go through their own Marshalling: their layout is pinned where the
+// records are tested; here only what the proxy does with them matters.
 using ReplyWriter = std::function<void(MessageParcel&)>;
 
 inline void WriteDevice(MessageParcel& parcel, const std::string& id, uint32_t type)
 {
-    parcel.WriteInt32(1);
-    parcel.WriteString(id);
-    parcel.WriteString("n-" + id);
-    parcel.WriteString("d-" + id);
-    parcel.WriteUint32(type);
+    DeviceInfo info(id, "n-" + id, "d-" + id, type);
+    parcel.WriteParcelable(&info);
 }
 
 inline void WriteAbsent(MessageParcel& parcel)
@@ -257,20 +256,14 @@ inline void WriteAbsent(MessageParcel& parcel)
 
 inline void WriteAbilityFilter(MessageParcel& parcel, const std::string& bundle)
 {
-    parcel.WriteInt32(1);
-    parcel.WriteString(bundle);
-    parcel.WriteString("type");
-    parcel.WriteString("description");
-    parcel.WriteUint32(14);
-    parcel.WriteUint32(1);
-    parcel.WriteString("action");
+    AbilityFilter filter(bundle, "type", "description", 14, 1);
+    parcel.WriteParcelable(&filter);
 }
 
 inline void WriteDynamicInfo(MessageParcel& parcel, const std::string& key, const std::string& value)
 {
-    parcel.WriteInt32(1);
-    parcel.WriteString(key);
-    parcel.WriteString(value);
+    DeviceDynamicInfo info(key, value);
+    parcel.WriteParcelable(&info);
 }
 
 // A device-list reply: the count, then each record; an empty id writes an
