@@ -138,92 +138,68 @@ std::string Show(int32_t rc, const Output& output)
 using Call = std::function<std::string(DeviceDetectProxy&, CallArgs&)>;
 using P = DeviceDetectProxy;
 
+// The network id goes by reference and must come back unchanged.
+inline bool ByNetworkId(P& p, bool (P::*query)(std::string&))
+{
+    std::string networkId = kNetworkId;
+    bool result = (p.*query)(networkId);
+    EXPECT_EQ(networkId, kNetworkId);
+    return result;
+}
+
 // The call registered under a name such as "GetDeviceSwitch"; overloads
 // carry a suffix ("GetTrustedDeviceList(callback)"). Fails the test for an
 // unknown name.
 inline Call CallByName(const std::string& name)
 {
+// One entry: the name and the expression whose outcome Show renders.
+#define DD_CALL(name, ...)                                                         \
+    {                                                                              \
+        name, [](P& p, [[maybe_unused]] CallArgs& a) { return Show(__VA_ARGS__); } \
+    }
     static const std::map<std::string, Call> calls = {
-        {"GetTrustedDeviceList",
-         [](P& p, CallArgs& a) { return Show(p.GetTrustedDeviceList(kStr, a.deviceList), a.deviceList); }},
-        {"GetTrustedDeviceList(callback)",
-         [](P& p, CallArgs& a) {
-             return Show(p.GetTrustedDeviceList(kStr, sptr<IDeviceChangedCallback>(a.devChangedCallback), a.deviceList),
-                         a.deviceList);
-         }},
-        {"GetTrustedDeviceListWithAbilityFilter",
-         [](P& p, CallArgs& a) {
-             return Show(p.GetTrustedDeviceListWithAbilityFilter(a.abilityFilterList, a.filteredList), a.filteredList);
-         }},
-        {"GetTrustedDeviceListWithAbilityFilter(single)",
-         [](P& p, CallArgs& a) {
-             return Show(p.GetTrustedDeviceListWithAbilityFilter(a.abilityFilter, kStr, a.deviceList, nullptr),
-                         a.deviceList);
-         }},
-        {"GetTrustedDeviceListWithServiceFilter",
-         [](P& p, CallArgs& a) {
-             return Show(p.GetTrustedDeviceListWithServiceFilter(a.serviceFilter, kStr, a.deviceList), a.deviceList);
-         }},
-        {"GetTrustedDeviceListWithDeviceFilter",
-         [](P& p, CallArgs& a) {
-             return Show(p.GetTrustedDeviceListWithDeviceFilter(a.deviceFilter, a.deviceList, a.detectCallback),
-                         a.deviceList);
-         }},
-        {"RegisterDevChangedCallback",
-         [](P& p, CallArgs& a) {
-             return Show(p.RegisterDevChangedCallback(a.abilityFilter, kStr, a.devChangedCallback));
-         }},
-        {"RegisterCallbackWithServiceFilter",
-         [](P& p, CallArgs& a) {
-             return Show(p.RegisterCallbackWithServiceFilter(a.serviceFilter, kStr, a.devChangedCallback));
-         }},
-        {"UnregisterDevChangedCallback",
-         [](P& p, CallArgs&) { return Show(p.UnregisterDevChangedCallback(kListenerId)); }},
-        {"UnregisterServiceFilterListener",
-         [](P& p, CallArgs&) { return Show(p.UnregisterServiceFilterListener(kListenerId)); }},
-        {"RegisterServiceChangedCallback",
-         [](P& p, CallArgs& a) { return Show(p.RegisterServiceChangedCallback(a.serviceChangedCallback)); }},
-        {"UnregisterServiceChangedCallback",
-         [](P& p, CallArgs&) { return Show(p.UnregisterServiceChangedCallback()); }},
-        {"GetLocalDeviceInfo",
-         [](P& p, CallArgs& a) { return Show(p.GetLocalDeviceInfo(a.localDevice), a.localDevice); }},
-        {"GetRemoteDeviceDynamicInfo",
-         [](P& p, CallArgs& a) {
-             return Show(p.GetRemoteDeviceDynamicInfo(kDeviceId, a.keyList, a.dynamicInfos), a.dynamicInfos);
-         }},
-        {"QueryDeviceConfigInfo",
-         [](P& p, CallArgs& a) { return Show(p.QueryDeviceConfigInfo(kConfigQuery, a.configInfo), a.configInfo); }},
-        {"RegisterServiceDeliverCallback",
-         [](P& p, CallArgs& a) { return Show(p.RegisterServiceDeliverCallback(kDeliverCode, a.deliverCallback)); }},
-        {"SetDialogEventCallback", [](P& p, CallArgs& a) { return Show(p.SetDialogEventCallback(a.dialogCallback)); }},
-        {"NotifyAppDialogEvent", [](P& p, CallArgs&) { return Show(p.NotifyAppDialogEvent(kDialogEvent)); }},
-        {"RequestService", [](P& p, CallArgs& a) { return Show(p.RequestService(kPkgName, a.publishCallback)); }},
-        {"UnRequestService", [](P& p, CallArgs&) { return Show(p.UnRequestService(kPkgName)); }},
-        {"GetDeviceSwitch", [](P& p, CallArgs&) { return Show(p.GetDeviceSwitch(kDeviceId)); }},
-        {"RegisterKeyMouseCallback",
-         [](P& p, CallArgs& a) { return Show(p.RegisterKeyMouseCallback(kCallerId, a.keyMouseCallback)); }},
-        {"UnregisterKeyMouseCallback", [](P& p, CallArgs&) { return Show(p.UnregisterKeyMouseCallback(kCallerId)); }},
-        {"UpdateKeyMouseEdgeSwitch", [](P& p, CallArgs&) { return Show(p.UpdateKeyMouseEdgeSwitch(true)); }},
-        {"GetIsSameDeviceAccount",
-         [](P& p, CallArgs&) {
-             std::string networkId = kNetworkId;
-             bool same = p.GetIsSameDeviceAccount(networkId);
-             EXPECT_EQ(networkId, kNetworkId);
-             return Show(same);
-         }},
+        DD_CALL("GetTrustedDeviceList", p.GetTrustedDeviceList(kStr, a.deviceList), a.deviceList),
+        DD_CALL("GetTrustedDeviceList(callback)",
+                p.GetTrustedDeviceList(kStr, sptr<IDeviceChangedCallback>(a.devChangedCallback), a.deviceList),
+                a.deviceList),
+        DD_CALL("GetTrustedDeviceListWithAbilityFilter",
+                p.GetTrustedDeviceListWithAbilityFilter(a.abilityFilterList, a.filteredList), a.filteredList),
+        DD_CALL("GetTrustedDeviceListWithAbilityFilter(single)",
+                p.GetTrustedDeviceListWithAbilityFilter(a.abilityFilter, kStr, a.deviceList, nullptr), a.deviceList),
+        DD_CALL("GetTrustedDeviceListWithServiceFilter",
+                p.GetTrustedDeviceListWithServiceFilter(a.serviceFilter, kStr, a.deviceList), a.deviceList),
+        DD_CALL("GetTrustedDeviceListWithDeviceFilter",
+                p.GetTrustedDeviceListWithDeviceFilter(a.deviceFilter, a.deviceList, a.detectCallback), a.deviceList),
+        DD_CALL("RegisterDevChangedCallback",
+                p.RegisterDevChangedCallback(a.abilityFilter, kStr, a.devChangedCallback)),
+        DD_CALL("RegisterCallbackWithServiceFilter",
+                p.RegisterCallbackWithServiceFilter(a.serviceFilter, kStr, a.devChangedCallback)),
+        DD_CALL("UnregisterDevChangedCallback", p.UnregisterDevChangedCallback(kListenerId)),
+        DD_CALL("UnregisterServiceFilterListener", p.UnregisterServiceFilterListener(kListenerId)),
+        DD_CALL("RegisterServiceChangedCallback", p.RegisterServiceChangedCallback(a.serviceChangedCallback)),
+        DD_CALL("UnregisterServiceChangedCallback", p.UnregisterServiceChangedCallback()),
+        DD_CALL("GetLocalDeviceInfo", p.GetLocalDeviceInfo(a.localDevice), a.localDevice),
+        DD_CALL("GetRemoteDeviceDynamicInfo", p.GetRemoteDeviceDynamicInfo(kDeviceId, a.keyList, a.dynamicInfos),
+                a.dynamicInfos),
+        DD_CALL("QueryDeviceConfigInfo", p.QueryDeviceConfigInfo(kConfigQuery, a.configInfo), a.configInfo),
+        DD_CALL("RegisterServiceDeliverCallback", p.RegisterServiceDeliverCallback(kDeliverCode, a.deliverCallback)),
+        DD_CALL("SetDialogEventCallback", p.SetDialogEventCallback(a.dialogCallback)),
+        DD_CALL("NotifyAppDialogEvent", p.NotifyAppDialogEvent(kDialogEvent)),
+        DD_CALL("RequestService", p.RequestService(kPkgName, a.publishCallback)),
+        DD_CALL("UnRequestService", p.UnRequestService(kPkgName)),
+        DD_CALL("GetDeviceSwitch", p.GetDeviceSwitch(kDeviceId)),
+        DD_CALL("RegisterKeyMouseCallback", p.RegisterKeyMouseCallback(kCallerId, a.keyMouseCallback)),
+        DD_CALL("UnregisterKeyMouseCallback", p.UnregisterKeyMouseCallback(kCallerId)),
+        DD_CALL("UpdateKeyMouseEdgeSwitch", p.UpdateKeyMouseEdgeSwitch(true)),
+        DD_CALL("GetIsSameDeviceAccount", ByNetworkId(p, &P::GetIsSameDeviceAccount)),
+        DD_CALL("GetIsNextTypeDevice", ByNetworkId(p, &P::GetIsNextTypeDevice)),
         {"GetBindKeymouseServiceReq",
          [](P& p, CallArgs&) {
              p.GetBindKeymouseServiceReq(true);
              return std::string("void");
          }},
-        {"GetIsNextTypeDevice",
-         [](P& p, CallArgs&) {
-             std::string networkId = kNetworkId;
-             bool next = p.GetIsNextTypeDevice(networkId);
-             EXPECT_EQ(networkId, kNetworkId);
-             return Show(next);
-         }},
     };
+#undef DD_CALL
     auto it = calls.find(name);
     if (it == calls.end()) {
         ADD_FAILURE() << "no call named " << name;
