@@ -36,15 +36,6 @@ inline bool Matches(const Tavik::LogRecord& record, const ExpectedLine& expected
            parsed.function == expected.function && parsed.text == expected.text;
 }
 
-inline size_t CountLines(const std::vector<Tavik::LogRecord>& records, const ExpectedLine& expected)
-{
-    size_t count = 0;
-    for (const auto& record : records) {
-        count += Matches(record, expected) ? 1 : 0;
-    }
-    return count;
-}
-
 // Lines of one function whose text is exactly `text`, whatever their file,
 // level or label.
 inline size_t CountText(const std::vector<Tavik::LogRecord>& records, const std::string& function,
@@ -74,7 +65,10 @@ inline ::testing::AssertionResult Logged(const Tavik::LogCapture& capture, const
                                          size_t times = 1)
 {
     auto records = capture.Records();
-    size_t count = CountLines(records, expected);
+    size_t count = 0;
+    for (const auto& record : records) {
+        count += Matches(record, expected) ? 1 : 0;
+    }
     if (count == times) {
         return ::testing::AssertionSuccess();
     }
