@@ -197,20 +197,6 @@ TEST_F(RequestLimitsTest, EachRecordLogsItsCreationAndTheDecodedCopysDestruction
     EXPECT_EQ(clientLines(capture), (std::vector<std::string>{expected[1], expected[3]}));
 }
 
-// A proxy around no object at all cannot send; it fails where a dead service
-// would, with the method's own value.
-TEST(RequestWithoutRemoteTest, FailsAtTheSendStep)
-{
-    sptr<DeviceDetectProxy> proxy = new DeviceDetectProxy(nullptr);
-    std::vector<DeviceInfo> devices;
-    LogCapture log;
-    EXPECT_EQ(proxy->GetTrustedDeviceList("", devices), -1);
-    EXPECT_EQ(proxy->UnRequestService("pkg"), 1008);
-    EXPECT_EQ(LinesAt(log, LOG_ERROR), (std::vector<std::string>{"GetTrustedDeviceList# GetTrustedDeviceList "
-                                                                 "SendRequest failed",
-                                                                 "UnRequestService# SendRequest failed"}));
-}
-
 }  // namespace
 }  // namespace Test
 }  // namespace Syntavo
