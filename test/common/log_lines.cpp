@@ -57,14 +57,9 @@ std::vector<std::string> AllLines(const LogCapture& capture, uint32_t domain)
 {
     std::vector<std::string> result;
     for (const LogLine& line : ParseLogLines(capture)) {
-        if (line.domain != domain) {
-            continue;
+        if (line.domain == domain) {
+            result.push_back(LogLevelToString(line.level)[0] + (" " + line.Short()));
         }
-        const char* level = line.level == LOG_INFO    ? "I "
-                            : line.level == LOG_WARN  ? "W "
-                            : line.level == LOG_ERROR ? "E "
-                                                      : "? ";
-        result.push_back(level + line.Short());
     }
     return result;
 }

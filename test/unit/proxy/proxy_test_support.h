@@ -1,7 +1,6 @@
 // Shared by the proxy tests: the arguments every call uses, the calls
 // themselves (each renders its outcome as one string, so tables compare
-// results of any shape) and reply writers that follow the wire layouts field
-// by field.
+// results of any shape) and reply writers.
 #ifndef SYNTAVO_TEST_PROXY_TEST_SUPPORT_H
 #define SYNTAVO_TEST_PROXY_TEST_SUPPORT_H
 
