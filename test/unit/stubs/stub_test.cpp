@@ -133,15 +133,14 @@ std::vector<uint8_t> Encode(const Parcelable& record)
     return {parcel.GetData(), parcel.GetData() + parcel.GetDataSize()};
 }
 
-void WritePublishEvent(MessageParcel& data, uint32_t eventCode, uint32_t resultCode)
-{
-    RequestResultInfo info(eventCode, resultCode);
-    data.WriteParcelable(&info);
-}
-
 BodyWriter Device(const std::string& udid)
 {
     return [udid](MessageParcel& d) { WriteDevice(d, udid); };
+}
+
+BodyWriter Text(std::string value)
+{
+    return [value](MessageParcel& d) { d.WriteString(value); };
 }
 
 BodyWriter Int32s(std::vector<int32_t> values)
@@ -269,24 +268,24 @@ const std::vector<StubCase>& Cases()
             {1, 0x7FFFFFFFu}, {{0, Int32s({5, 0}), "OnDeviceEvent# OnDeviceEvent: received deviceInfo is nullptr"}}),
         Stub<RecordingServiceDeliver, ServiceDeliverCallbackStub>(
             u"Tavik.Syntavo.IServiceDeliverCallback", "service_deliver_callback_stub", "I",
-            {{0,
-              [](MessageParcel& d) { d.WriteString("parcel 12"); },
-              "OnDeliver parcel 12",
-              {"I OnDeliver# OnDeliver enter"}},
+            {{0, Text("parcel 12"), "OnDeliver parcel 12", {"I OnDeliver# OnDeliver enter"}},
              {0, nullptr, "OnDeliver ", {"I OnDeliver# OnDeliver enter"}}},
             {1}, {}),
         Stub<RecordingDialogEvent, DialogEventCallbackStub>(
             u"Tavik.Syntavo.IDialogEventCallback", "dialog_event_callback_stub", "I",
-            {{0,
-              [](MessageParcel& d) { d.WriteString("{\"ok\":1}"); },
-              "OnDialogEventReply {\"ok\":1}",
-              {"I OnDialogEventReply# enter"}},
+            {{0, Text("{\"ok\":1}"), "OnDialogEventReply {\"ok\":1}", {"I OnDialogEventReply# enter"}},
              {0, nullptr, "OnDialogEventReply ", {"I OnDialogEventReply# enter"}}},
             {1}, {}),
         Stub<RecordingServicePublish, ServicePublishCallbackStub>(
             u"Tavik.Syntavo.IServicePublishCallback", "service_publish_callback_stub", "E",
-            {{0, [](MessageParcel& d) { WritePublishEvent(d, 7, 0); }, "OnPublishEvent 7/0", {}}}, {1},
-            {{0, nullptr, "OnPublishEvent# OnDeviceEvent: received info is nullptr"}}),
+            {{0,
+              [](MessageParcel& d) {
+                  RequestResultInfo info(7, 0);
+                  d.WriteParcelable(&info);
+              },
+              "OnPublishEvent 7/0",
+              {}}},
+            {1}, {{0, nullptr, "OnPublishEvent# OnDeviceEvent: received info is nullptr"}}),
     };
     return cases;
 }
