@@ -64,29 +64,11 @@ bool FakeRemoteObject::RemoveDeathRecipient(const sptr<DeathRecipient>& recipien
     return true;
 }
 
-bool FakeRemoteObject::IsObjectDead() const
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    return dead_;
-}
-
 void FakeRemoteObject::SetReply(const MessageParcel& reply)
 {
     std::lock_guard<std::mutex> lock(mutex_);
     replyData_.assign(reply.GetData(), reply.GetData() + reply.GetDataSize());
     replyObjects_ = reply.GetObjects();
-}
-
-void FakeRemoteObject::SetSendStatus(int32_t status)
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    sendStatus_ = status;
-}
-
-void FakeRemoteObject::RefuseDeathRecipients(bool refuse)
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    refuseRecipients_ = refuse;
 }
 
 void FakeRemoteObject::Die()
@@ -105,36 +87,6 @@ void FakeRemoteObject::Die()
     for (const sptr<DeathRecipient>& recipient : recipients) {
         recipient->OnRemoteDied(self);
     }
-}
-
-std::vector<RecordedRequest> FakeRemoteObject::Requests() const
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    return requests_;
-}
-
-size_t FakeRemoteObject::RequestCount() const
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    return requests_.size();
-}
-
-RecordedRequest FakeRemoteObject::LastRequest() const
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    return requests_.empty() ? RecordedRequest() : requests_.back();
-}
-
-size_t FakeRemoteObject::DeathRecipientCount() const
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    return recipients_.size();
-}
-
-size_t FakeRemoteObject::AddDeathRecipientCalls() const
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    return addRecipientCalls_;
 }
 
 sptr<IRemoteObject> FakeSystemAbilityManager::GetSystemAbility(int32_t systemAbilityId)
@@ -158,18 +110,6 @@ int32_t FakeSystemAbilityManager::RemoveSystemAbility(int32_t systemAbilityId)
 {
     std::lock_guard<std::mutex> lock(mutex_);
     return abilities_.erase(systemAbilityId) == 1 ? IPC_OK : IPC_ERR_INVALID_DATA;
-}
-
-int FakeSystemAbilityManager::LookupCount() const
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    return static_cast<int>(lookups_.size());
-}
-
-std::vector<int32_t> FakeSystemAbilityManager::LookedUpIds() const
-{
-    std::lock_guard<std::mutex> lock(mutex_);
-    return lookups_;
 }
 
 void FakeSystemAbilityManager::HoldLookups()

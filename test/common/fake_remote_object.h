@@ -52,27 +52,58 @@ public:
     bool AddDeathRecipient(const sptr<DeathRecipient>& recipient) override;
     bool RemoveDeathRecipient(const sptr<DeathRecipient>& recipient) override;
     bool IsProxyObject() const override { return true; }
-    bool IsObjectDead() const override;
+    bool IsObjectDead() const override
+    {
+        return Locked([this] { return dead_; });
+    }
 
     // --- script ------------------------------------------------------------
     // Every later request is answered with a copy of reply (bytes and
     // object table). Until set, the reply is empty.
     void SetReply(const MessageParcel& reply);
-    void SetSendStatus(int32_t status);
-    void RefuseDeathRecipients(bool refuse);
+    void SetSendStatus(int32_t status)
+    {
+        Locked([&] { sendStatus_ = status; });
+    }
+    void RefuseDeathRecipients(bool refuse)
+    {
+        Locked([&] { refuseRecipients_ = refuse; });
+    }
     // Marks the object dead and calls every attached recipient once, outside
     // the fake's lock. A second call does nothing.
     void Die();
 
     // --- observation -------------------------------------------------------
-    std::vector<RecordedRequest> Requests() const;
-    size_t RequestCount() const;
+    std::vector<RecordedRequest> Requests() const
+    {
+        return Locked([this] { return requests_; });
+    }
+    size_t RequestCount() const
+    {
+        return Locked([this] { return requests_.size(); });
+    }
     // The last request; a default one when there was none.
-    RecordedRequest LastRequest() const;
-    size_t DeathRecipientCount() const;
-    size_t AddDeathRecipientCalls() const;
+    RecordedRequest LastRequest() const
+    {
+        return Locked([this] { return requests_.empty() ? RecordedRequest() : requests_.back(); });
+    }
+    size_t DeathRecipientCount() const
+    {
+        return Locked([this] { return recipients_.size(); });
+    }
+    size_t AddDeathRecipientCalls() const
+    {
+        return Locked([this] { return addRecipientCalls_; });
+    }
 
 private:
+    template <typename Fn>
+    auto Locked(Fn fn) const -> decltype(fn())
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return fn();
+    }
+
     mutable std::mutex mutex_;
     std::vector<RecordedRequest> requests_;
     std::vector<uint8_t> replyData_;
@@ -92,8 +123,12 @@ public:
     int32_t AddSystemAbility(int32_t systemAbilityId, const sptr<IRemoteObject>& ability) override;
     int32_t RemoveSystemAbility(int32_t systemAbilityId) override;
 
-    int LookupCount() const;
-    std::vector<int32_t> LookedUpIds() const;
+    int LookupCount() const { return static_cast<int>(LookedUpIds().size()); }
+    std::vector<int32_t> LookedUpIds() const
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return lookups_;
+    }
 
     // For races: lookups block until released; WaitForLookup returns once
     // one has started.

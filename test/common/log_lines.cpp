@@ -1,7 +1,5 @@
 #include "log_lines.h"
 
-#include <cctype>
-
 namespace Tavik {
 namespace Test {
 
@@ -25,13 +23,8 @@ LogLine ParseLogLine(const LogRecord& record)
         return line;
     }
     std::string number = message.substr(colon + 1, close - colon - 1);
-    if (number.empty() || number.size() > 9) {
+    if (number.empty() || number.size() > 9 || number.find_first_not_of("0123456789") != std::string::npos) {
         return line;
-    }
-    for (char c : number) {
-        if (std::isdigit(static_cast<unsigned char>(c)) == 0) {
-            return line;
-        }
     }
     line.file = message.substr(1, colon - 1);
     line.line = std::stoi(number);
@@ -64,14 +57,9 @@ std::vector<std::string> AllLines(const LogCapture& capture, uint32_t domain)
 {
     std::vector<std::string> result;
     for (const LogLine& line : ParseLogLines(capture)) {
-        if (line.domain != domain) {
-            continue;
+        if (line.domain == domain) {
+            result.push_back(LogLevelToString(line.level)[0] + (" " + line.Short()));
         }
-        const char* level = line.level == LOG_INFO    ? "I "
-                            : line.level == LOG_WARN  ? "W "
-                            : line.level == LOG_ERROR ? "E "
-                                                      : "? ";
-        result.push_back(level + line.Short());
     }
     return result;
 }

@@ -13,40 +13,10 @@
 #include <string>
 #include <vector>
 
+#include "log_lines.h"
 #include "tralog.h"
 
 namespace DdTest {
-
-struct LogLine {
-    std::string file;
-    int line = 0;
-    std::string function;
-    std::string text;
-};
-
-// Splits "[file:line]function# text"; false when the message has another
-// shape.
-inline bool ParseLogLine(const std::string& message, LogLine& out)
-{
-    if (message.empty() || message[0] != '[') {
-        return false;
-    }
-    size_t colon = message.find(':');
-    size_t close = message.find(']');
-    size_t hash = message.find("# ", close == std::string::npos ? 0 : close);
-    if (colon == std::string::npos || close == std::string::npos || hash == std::string::npos || colon > close) {
-        return false;
-    }
-    std::string number = message.substr(colon + 1, close - colon - 1);
-    if (number.empty() || number.find_first_not_of("0123456789") != std::string::npos) {
-        return false;
-    }
-    out.file = message.substr(1, colon - 1);
-    out.line = std::stoi(number);
-    out.function = message.substr(close + 1, hash - close - 1);
-    out.text = message.substr(hash + 2);
-    return true;
-}
 
 // What a test expects of one line; the line number is not compared.
 struct ExpectedLine {
@@ -60,19 +30,10 @@ struct ExpectedLine {
 
 inline bool Matches(const Tavik::LogRecord& record, const ExpectedLine& expected)
 {
-    LogLine parsed;
+    Tavik::Test::LogLine parsed = Tavik::Test::ParseLogLine(record);
     return record.type == Tavik::LOG_CORE && record.level == expected.level && record.domain == expected.domain &&
-           record.tag == expected.tag && ParseLogLine(record.message, parsed) && parsed.file == expected.file &&
+           record.tag == expected.tag && !parsed.file.empty() && parsed.file == expected.file &&
            parsed.function == expected.function && parsed.text == expected.text;
-}
-
-inline size_t CountLines(const std::vector<Tavik::LogRecord>& records, const ExpectedLine& expected)
-{
-    size_t count = 0;
-    for (const auto& record : records) {
-        count += Matches(record, expected) ? 1 : 0;
-    }
-    return count;
 }
 
 // Lines of one function whose text is exactly `text`, whatever their file,
@@ -81,11 +42,9 @@ inline size_t CountText(const std::vector<Tavik::LogRecord>& records, const std:
                         const std::string& text)
 {
     size_t count = 0;
-    LogLine parsed;
     for (const auto& record : records) {
-        if (ParseLogLine(record.message, parsed) && parsed.function == function && parsed.text == text) {
-            ++count;
-        }
+        Tavik::Test::LogLine parsed = Tavik::Test::ParseLogLine(record);
+        count += !parsed.file.empty() && parsed.function == function && parsed.text == text ? 1 : 0;
     }
     return count;
 }
@@ -106,7 +65,10 @@ inline ::testing::AssertionResult Logged(const Tavik::LogCapture& capture, const
                                          size_t times = 1)
 {
     auto records = capture.Records();
-    size_t count = CountLines(records, expected);
+    size_t count = 0;
+    for (const auto& record : records) {
+        count += Matches(record, expected) ? 1 : 0;
+    }
     if (count == times) {
         return ::testing::AssertionSuccess();
     }
@@ -123,10 +85,9 @@ inline ::testing::AssertionResult LoggedSequence(const Tavik::LogCapture& captur
 {
     auto records = capture.Records();
     std::vector<std::string> actual;
-    LogLine parsed;
     for (const auto& record : records) {
-        actual.push_back(ParseLogLine(record.message, parsed) ? parsed.function + "# " + parsed.text
-                                                              : "(unparsed) " + record.message);
+        Tavik::Test::LogLine parsed = Tavik::Test::ParseLogLine(record);
+        actual.push_back(parsed.file.empty() ? "(unparsed) " + record.message : parsed.Short());
     }
     if (actual == expected) {
         return ::testing::AssertionSuccess();

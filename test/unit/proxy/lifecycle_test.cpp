@@ -32,28 +32,13 @@ protected:
     sptr<FakeRemoteObject> remote_ = new FakeRemoteObject();
 };
 
-TEST_F(LifecycleTest, FirstUseLooksUpOnceAndCaches)
-{
-    manager_->AddSystemAbility(kSaId, remote_);
-    LogCapture log;
-
-    sptr<DeviceDetectProxy> first = DeviceDetectProxy::GetInstance();
-    sptr<DeviceDetectProxy> second = DeviceDetectProxy::GetInstance();
-
-    ASSERT_NE(first, nullptr);
-    EXPECT_EQ(first, second);
-    EXPECT_EQ(manager_->LookedUpIds(), std::vector<int32_t>{kSaId});
-    EXPECT_EQ(DeviceDetectProxy::GetDescriptor(), u"Tavik.Syntavo.IDeviceDetect");
-    EXPECT_EQ(first->AsObject().GetRefPtr(), remote_.GetRefPtr());
-    EXPECT_EQ(remote_->DeathRecipientCount(), 1u);
-    EXPECT_EQ(AllLines(log), std::vector<std::string>{"I DeviceDetectProxy# DeviceDetectProxy constructor"});
-    EXPECT_EQ(CheckPrefixes(log, "device_detect_proxy"), "");
-}
-
-TEST_F(LifecycleTest, ConcurrentFirstUseLooksUpOnce)
+// One lookup, one proxy (one constructor line), one death recipient, however
+// many threads ask at once.
+TEST_F(LifecycleTest, ConcurrentFirstUseLooksUpOnceAndCaches)
 {
     manager_->AddSystemAbility(kSaId, remote_);
     manager_->HoldLookups();
+    LogCapture log;
     constexpr int kThreads = 4;
     std::vector<sptr<DeviceDetectProxy>> results(kThreads);
     std::vector<std::thread> threads;
@@ -70,12 +55,18 @@ TEST_F(LifecycleTest, ConcurrentFirstUseLooksUpOnce)
         thread.join();
     }
 
-    EXPECT_EQ(manager_->LookupCount(), 1);
+    EXPECT_EQ(manager_->LookedUpIds(), std::vector<int32_t>{kSaId});
     ASSERT_NE(results[0], nullptr);
     for (const auto& result : results) {
         EXPECT_EQ(result, results[0]);
     }
+    EXPECT_EQ(results[0]->AsObject().GetRefPtr(), remote_.GetRefPtr());
     EXPECT_EQ(remote_->AddDeathRecipientCalls(), 1u);
+    EXPECT_EQ(remote_->DeathRecipientCount(), 1u);
+    EXPECT_EQ(DeviceDetectProxy::GetInstance(), results[0]);
+    EXPECT_EQ(manager_->LookupCount(), 1);
+    EXPECT_EQ(AllLines(log), std::vector<std::string>{"I DeviceDetectProxy# DeviceDetectProxy constructor"});
+    EXPECT_EQ(CheckPrefixes(log, "device_detect_proxy"), "");
 }
 
 // A failed lookup caches nothing: every call tries again and logs again.

@@ -29,6 +29,8 @@ struct Fault {
     bool nullCallbacks = false;
     // The reply of the service; empty when null.
     ReplyWriter reply;
+    // A proxy around no object at all: it fails where a dead service would.
+    bool noRemote = false;
 };
 
 Fault Writes(int n)
@@ -38,6 +40,7 @@ Fault Writes(int n)
 const Fault kSendFails = {-1, true, false, nullptr};
 const Fault kNullCallback = {-1, false, true, nullptr};
 const Fault kEmptyReply;
+const Fault kNoRemote = {-1, false, false, nullptr, true};
 Fault Reply(ReplyWriter writer)
 {
     return {-1, false, false, std::move(writer)};
@@ -67,6 +70,7 @@ const std::vector<FailureCase>& Cases()
         Fail("GetTrustedDeviceList", Writes(0), "-1 [keep|||0]", {"GetTrustedDeviceList WriteInterfaceToken failed"}),
         Fail("GetTrustedDeviceList", Writes(1), "-1 [keep|||0]", {"GetTrustedDeviceList WriteString failed"}),
         Fail("GetTrustedDeviceList", kSendFails, "-1 [keep|||0]", {"GetTrustedDeviceList SendRequest failed"}),
+        Fail("GetTrustedDeviceList", kNoRemote, "-1 [keep|||0]", {"GetTrustedDeviceList SendRequest failed"}),
         Fail("GetTrustedDeviceList", kEmptyReply, "-1 [keep|||0]", {"GetTrustedDeviceList ReadUint32 failed"}),
         Fail("GetTrustedDeviceList", Reply(kCount1025), "-1 [keep|||0]", {"Devicenum exceed maximum"}),
         Fail("GetTrustedDeviceListWithAbilityFilter", Writes(0), "-1 [keep|||0[]]",
@@ -81,7 +85,6 @@ const std::vector<FailureCase>& Cases()
              {"GetTrustedDeviceList SendRequest failed"}),
         Fail("GetTrustedDeviceListWithAbilityFilter", kEmptyReply, "-1 [keep|||0[]]",
              {"GetTrustedDeviceList ReadUint32 failed"}),
-        Fail("GetTrustedDeviceListWithAbilityFilter", Reply(kCount1025), "-1 [keep|||0[]]", {}),
         Fail("GetTrustedDeviceListWithAbilityFilter", Reply([](MessageParcel& r) {
                  r.WriteUint32(1);
                  WriteDevice(r, "u1", 14);
@@ -212,6 +215,7 @@ const std::vector<FailureCase>& Cases()
         Fail("UnRequestService", Writes(0), "1006", {"WriteInterfaceToken failed"}),
         Fail("UnRequestService", Writes(1), "1011", {"WriteString failed"}),
         Fail("UnRequestService", kSendFails, "1008", {"SendRequest failed"}),
+        Fail("UnRequestService", kNoRemote, "1008", {"SendRequest failed"}),
         Fail("UnRequestService", kEmptyReply, "0", {}),
         Fail("RegisterKeyMouseCallback", Writes(0), "1006", {"WriteInterfaceToken failed"}),
         Fail("RegisterKeyMouseCallback", Writes(1), "1021", {"WriteString failed"}),
@@ -236,6 +240,7 @@ std::string Describe(const FailureCase& c)
     std::string fault = c.fault.allowedWrites >= 0 ? "writes allowed: " + std::to_string(c.fault.allowedWrites)
                         : c.fault.failSend         ? "send fails"
                         : c.fault.nullCallbacks    ? "null callback"
+                        : c.fault.noRemote         ? "no remote"
                         : c.fault.reply            ? "scripted reply"
                                                    : "empty reply";
     return c.call + ", " + fault;
@@ -250,7 +255,7 @@ TEST(RequestFailureTest, EachStepFailsWithItsValueAndLine)
         if (c.fault.failSend) {
             remote->SetSendStatus(IPC_ERR_DEAD_OBJECT);
         }
-        sptr<DeviceDetectProxy> proxy = new DeviceDetectProxy(remote);
+        sptr<DeviceDetectProxy> proxy = new DeviceDetectProxy(c.fault.noRemote ? nullptr : remote);
         CallArgs args(c.fault.nullCallbacks);
         Call call = CallByName(c.call);
         LogCapture log;
@@ -270,9 +275,9 @@ TEST(RequestFailureTest, EachStepFailsWithItsValueAndLine)
         }
         EXPECT_EQ(LinesAt(log, LOG_ERROR), errors);
         EXPECT_EQ(CheckPrefixes(log, "device_detect_proxy"), "");
-        // Nothing leaves the process once a write has failed.
-        bool writeFailed = c.fault.allowedWrites >= 0 || c.fault.nullCallbacks;
-        EXPECT_EQ(remote->RequestCount(), writeFailed ? 0u : 1u);
+        // Nothing leaves the process once a write has failed, nor without a remote.
+        bool unsent = c.fault.allowedWrites >= 0 || c.fault.nullCallbacks || c.fault.noRemote;
+        EXPECT_EQ(remote->RequestCount(), unsent ? 0u : 1u);
     }
 }
 

@@ -72,15 +72,6 @@ BodyCheck StrVec(std::vector<std::string> expected)
     };
 }
 
-BodyCheck U32Vec(std::vector<uint32_t> expected)
-{
-    return [expected](MessageParcel& r, const CallArgs&) {
-        std::vector<uint32_t> values;
-        EXPECT_TRUE(r.ReadUInt32Vector(&values));
-        EXPECT_EQ(values, expected);
-    };
-}
-
 // The argument's object itself, not a copy.
 template <typename T>
 BodyCheck Obj(sptr<T> CallArgs::*member)
@@ -92,21 +83,27 @@ BodyCheck Obj(sptr<T> CallArgs::*member)
     };
 }
 
-// An AbilityFilter field by field: abilityFilterList[index], or the single
-// abilityFilter for -1.
-BodyCheck Filter(int index)
+// A record, byte for byte as its own Marshalling writes it.
+void ExpectRecord(MessageParcel& r, const Parcelable& record)
 {
-    return [index](MessageParcel& r, const CallArgs& a) {
-        const AbilityFilter& expected = index < 0 ? *a.abilityFilter : *a.abilityFilterList[index];
-        EXPECT_EQ(r.ReadInt32(), 1) << "presence of an AbilityFilter";
-        for (const std::string& s :
-             {expected.GetBundleName(), expected.GetAbilityType(), expected.GetAbilityDescription()}) {
-            Str(s)(r, a);
-        }
-        EXPECT_EQ(r.ReadUint32(), expected.GetDeviceType());
-        EXPECT_EQ(r.ReadUint32(), expected.GetAccountType());
-        Str(expected.GetAction())(r, a);
-    };
+    MessageParcel expected;
+    expected.WriteParcelable(&record);
+    const size_t size = expected.GetDataSize();
+    const uint8_t* sent = r.ReadBuffer(size);
+    ASSERT_NE(sent, nullptr) << "expected a record";
+    EXPECT_EQ(std::vector<uint8_t>(sent, sent + size),
+              std::vector<uint8_t>(expected.GetData(), expected.GetData() + size));
+}
+
+template <typename T>
+BodyCheck Rec(sptr<T> CallArgs::*member)
+{
+    return [member](MessageParcel& r, const CallArgs& a) { ExpectRecord(r, *(a.*member)); };
+}
+
+BodyCheck Filter(size_t index)
+{
+    return [index](MessageParcel& r, const CallArgs& a) { ExpectRecord(r, *a.abilityFilterList[index]); };
 }
 
 BodyCheck Body(std::vector<BodyCheck> items)
@@ -201,29 +198,28 @@ const std::vector<RequestCase>& Cases()
         Row("single ability filter overload", "GetTrustedDeviceListWithAbilityFilter(single)", 0, nullptr,
             DeviceListReply, "0 [keep|||0]", {"W GetTrustedDeviceListWithAbilityFilter"}),
         Row("service filter", "GetTrustedDeviceListWithServiceFilter", 6,
-            Body({I32(1), Str("svc"), StrVec({"PHONE", "PAD"}), Str(kStr)}), DeviceList(2, {{}, {"u2", 17}}),
+            Body({Rec(&CallArgs::serviceFilter), Str(kStr)}), DeviceList(2, {{}, {"u2", 17}}),
             "0 [keep|||0, u2|n-u2|d-u2|17]",
             {"I GetTrustedDeviceListWithServiceFilter", "I GetTrustedDeviceList deviceNum:2",
              "E GetTrustedDeviceList ReadStrongParcelable nullptr", "I GetTrustedDeviceList end"}),
         Row("device filter", "GetTrustedDeviceListWithDeviceFilter", 14,
-            Body({I32(1), U32Vec({14, 17}), U32Vec({1, 2}), Obj(&CallArgs::detectCallback)}),
-            DeviceList(2, {{"u1", 14}, {}}), "0 [keep|||0, u1|n-u1|d-u1|14]",
+            Body({Rec(&CallArgs::deviceFilter), Obj(&CallArgs::detectCallback)}), DeviceList(2, {{"u1", 14}, {}}),
+            "0 [keep|||0, u1|n-u1|d-u1|14]",
             {"I GetTrustedDeviceListWithDeviceFilter with callback enter", "I deviceNum:2",
              "E ReadStrongParcelable nullptr"}),
 
         // --- listeners and callbacks ---
         Row("register with ability filter", "RegisterDevChangedCallback", 7,
-            Body({Filter(-1), Str(kStr), Obj(&CallArgs::devChangedCallback)}), RegisterReply(0, 42), "(0, 42)",
-            {"I RegisterDevChangedCallback start", "I RegisterDevChangedCallback end"}),
+            Body({Rec(&CallArgs::abilityFilter), Str(kStr), Obj(&CallArgs::devChangedCallback)}), RegisterReply(0, 42),
+            "(0, 42)", {"I RegisterDevChangedCallback start", "I RegisterDevChangedCallback end"}),
         Row("register, service refuses", "RegisterDevChangedCallback", 7, nullptr, RegisterReply(-5, 0xFFFFFFFFu),
             "(-5, 4294967295)", {"I RegisterDevChangedCallback start", "I RegisterDevChangedCallback end"}),
         Row("unregister device listener", "UnregisterDevChangedCallback", 8,
             Body({I32(static_cast<int32_t>(0x80000005u))}), Int32Reply(3), "3",
             {"I UnregisterDevChangedCallback start", "I UnregisterDevChangedCallback end"}),
         Row("register with service filter", "RegisterCallbackWithServiceFilter", 9,
-            Body({I32(1), Str("svc"), StrVec({"PHONE", "PAD"}), Str(kStr), Obj(&CallArgs::devChangedCallback)}),
-            RegisterReply(7, 43), "(7, 43)",
-            {"I RegisterCallbackWithServiceFilter start", "I RegisterCallbackWithServiceFilter end"}),
+            Body({Rec(&CallArgs::serviceFilter), Str(kStr), Obj(&CallArgs::devChangedCallback)}), RegisterReply(7, 43),
+            "(7, 43)", {"I RegisterCallbackWithServiceFilter start", "I RegisterCallbackWithServiceFilter end"}),
         Row("unregister service filter listener", "UnregisterServiceFilterListener", 10, Body({U32(0x80000005u)}),
             Int32Reply(0), "0", {"I UnregisterServiceFilterListener start", "I UnregisterServiceFilterListener end"}),
         Row("register service change callback", "RegisterServiceChangedCallback", 11,
@@ -244,12 +240,8 @@ const std::vector<RequestCase>& Cases()
             {"I GetRemoteDeviceDynamicInfo", "I resultListLen:2", "I GetRemoteDeviceDynamicInfo end"}),
         Row("config info", "QueryDeviceConfigInfo", 16, Body({Str(kConfigQuery)}),
             [](MessageParcel& r) {
-                r.WriteInt32(1);
-                r.WriteString("m1");
-                r.WriteString("{}");
-                r.WriteString("name");
-                r.WriteUint32(17);
-                r.WriteUint32(1);
+                DeviceConfigInfo info("m1", "{}", "name", 17, 1);
+                r.WriteParcelable(&info);
             },
             "0 m1|{}|name|17|1", {"I QueryDeviceConfigInfo", "I QueryDeviceConfigInfo end"}),
         Row("device switch", "GetDeviceSwitch", 22, Body({Str(kDeviceId)}), Int32Reply(1008), "1008",
