@@ -12,10 +12,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "../unit/service/service_test_util.h"
 #include "control_client.h"
 #include "device_detect_proxy.h"
 #include "process_util.h"
+#include "recording_callbacks.h"
 #include "sim_status.h"
 #include "socket_transport.h"
 
@@ -79,24 +79,25 @@ TEST_F(IntegrationTest, WorldChangesReachTheHandlersBeforeTheControlRequestRetur
 {
     sptr<DeviceDetectProxy> proxy = DeviceDetectProxy::GetInstance();
     ASSERT_NE(proxy, nullptr);
-    auto recorder = sptr<Sim::Test::DeviceRecorder>::MakeSptr();
-    auto services = sptr<Sim::Test::ServiceRecorder>::MakeSptr();
+    auto recorder = sptr<Tavik::Test::DeviceChangedRecorder>::MakeSptr();
+    auto services = sptr<Tavik::Test::ServiceChangedRecorder>::MakeSptr();
     ASSERT_EQ(proxy->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr(), "it", recorder).first, 0);
     ASSERT_EQ(proxy->RegisterServiceChangedCallback(services), 0);
 
     Sim::ControlClient control = Control();
     EXPECT_EQ(control.SetDeviceState("udid-car-0001", Sim::DeviceState::READY).status, Sim::SIM_OK);
     EXPECT_EQ(control.SetDeviceState("net-tv-0001", Sim::DeviceState::OFFLINE).status, Sim::SIM_OK);
-    EXPECT_EQ(recorder->Events(),
-              (std::vector<std::string>{"online udid-car-0001", "ready udid-car-0001", "offline udid-tv-0001"}));
-    EXPECT_EQ(services->Events(),
-              (std::vector<std::string>{"1 udid-car-0001,net-car-0001,131,02:00:00:00:00:01[navigation,]",
-                                        "2 udid-tv-0001,net-tv-0001,156,02:00:00:00:00:06[cast:allow,]"}));
+    EXPECT_EQ(recorder->Lines(), (std::vector<std::string>{"online udid-car-0001 net-car-0001 Family Car 131",
+                                                           "ready udid-car-0001 net-car-0001 Family Car 131",
+                                                           "offline udid-tv-0001 net-tv-0001 Living Room TV 156"}));
+    EXPECT_EQ(services->Lines(),
+              (std::vector<std::string>{"services 1 udid-car-0001,net-car-0001,131,02:00:00:00:00:01[navigation,]",
+                                        "services 2 udid-tv-0001,net-tv-0001,156,02:00:00:00:00:06[cast:allow,]"}));
 
     // The same through the CLI, from a third process.
     RunResult sim = Cli({"sim", "online", "udid-laptop-0001"});
     EXPECT_EQ(sim.exitCode, 0) << sim.err;
-    EXPECT_EQ(recorder->Events().back(), "online udid-laptop-0001");
+    EXPECT_EQ(recorder->Lines().back(), "online udid-laptop-0001 net-laptop-0001 Travel Laptop 2607");
 }
 
 TEST_F(IntegrationTest, ClientDeathDropsItsRegistrations)

@@ -45,21 +45,11 @@ public:
     FailNextNothrowNew& operator=(const FailNextNothrowNew&) = delete;
 };
 
-// All captured lines carry the label of their record.
-::testing::AssertionResult AllLinesLabelled(const LogCapture& capture, uint32_t domain, const std::string& tag)
-{
-    for (const auto& record : capture.Records()) {
-        if (record.type != LOG_CORE || record.domain != domain || record.tag != tag) {
-            return ::testing::AssertionFailure() << "wrong label on: " << record.message;
-        }
-    }
-    return ::testing::AssertionSuccess();
-}
-
 struct LifecycleCase {
     std::string name;
     std::function<void()> live;  // builds a record and lets it go
     std::vector<std::string> lines;
+    std::string file;
     uint32_t domain = CLIENT_DOMAIN;
     std::string tag = CLIENT_TAG;
 };
@@ -70,53 +60,61 @@ TEST(RecordLogTest, ConstructionAndDestructionLines)
         {"DeviceInfo",
          [] { DeviceInfo("udid-0123456789", "net-abcdef", "TV", 156); },
          {"DeviceInfo# create:device = net****def, deviceName= TV, deviceType = 156",
-          "~DeviceInfo# destory:device = net****def, deviceName= TV, deviceType = 156"}},
+          "~DeviceInfo# destory:device = net****def, deviceName= TV, deviceType = 156"},
+         "ability_filter"},
         {"DeviceServiceInfo",
          [] { DeviceServiceInfo("Pad", 17, "h", "dev-id-9876", {}, "ab"); },
          {"DeviceServiceInfo# create:device = ****, deviceName= Pad, deviceType = 17",
-          "~DeviceServiceInfo# destory:device = ****, deviceName= Pad, deviceType = 17"}},
+          "~DeviceServiceInfo# destory:device = ****, deviceName= Pad, deviceType = 17"},
+         "ability_filter"},
         {"LocalInfo: ability name masked only on creation",
          [] { FillLocalInfo(); },
          {"LocalInfo# localAbilityName=Mai****ity, localBundleName=com.example.app,localDeviceId=loc****-id, "
           "localModuleName=entry, localDeviceType=14",
           "~LocalInfo# destory:localAbilityName = MainAbility, localBundleName = com.example.app, "
-          "localDeviceId = loc****-id, localModuleName=entry, localDeviceType = 14"}},
+          "localDeviceId = loc****-id, localModuleName=entry, localDeviceType = 14"},
+         "ability_filter"},
         {"AbilityFilter",
          [] { AbilityFilter("com.b", "page", "desc", 12, 3); },
          {"AbilityFilter# bundleName = com.b, abilityType = page, description = desc,deviceType = 12, "
           "accountType = 3",
-          "~AbilityFilter# destory=page, description=desc, deviceType=12, accountType=3"}},
+          "~AbilityFilter# destory=page, description=desc, deviceType=12, accountType=3"},
+         "ability_filter"},
         {"PickerResult: fresh",
          [] { PickerResult(); },
          {"PickerResult# create: abilityFilter_ = 1, deviceInfo_= 1 ",
-          "~PickerResult# destory: abilityFilter_ = 1, deviceInfo_= 1 "}},
+          "~PickerResult# destory: abilityFilter_ = 1, deviceInfo_= 1 "},
+         "ability_filter"},
         {"DeviceDynamicInfo: the same text twice",
          [] { DeviceDynamicInfo("battery", "87%"); },
          {"DeviceDynamicInfo# key=battery, value=87%", "~DeviceDynamicInfo# key=battery, value=87%"},
+         "device_dynamic_info",
          INFO_COLLECTION_DOMAIN,
          INFO_COLLECTION_TAG},
         {"RequestResultInfo: creation only",
          [] { RequestResultInfo(7, 0); },
-         {"RequestResultInfo# create:eventCode = 7, resultCode = 0"}},
+         {"RequestResultInfo# create:eventCode = 7, resultCode = 0"},
+         "publish_event_info"},
         {"ServicePublishInfo: creation only",
          [] { ServicePublishInfo(5, 6, 1); },
-         {"ServicePublishInfo# new ServicePublishInfo: publishId:5 serviceCode:6 publishMode:1"}},
+         {"ServicePublishInfo# new ServicePublishInfo: publishId:5 serviceCode:6 publishMode:1"},
+         "service_publish_info"},
         {"silent records",
          [] {
              DeviceFilter({1}, {2});
              ServiceFilter("s", {"PAD"});
              DeviceConfigInfo("m", "{}", "n", 1, 0);
          },
-         {}},
+         {},
+         ""},
     };
     for (const LifecycleCase& c : cases) {
         LogCapture capture;
         c.live();
         EXPECT_TRUE(LoggedSequence(capture, c.lines)) << c.name;
-        EXPECT_TRUE(AllLinesLabelled(capture, c.domain, c.tag)) << c.name;
-        for (const auto& record : capture.Records()) {
-            EXPECT_EQ(record.level, LOG_INFO) << c.name;
-        }
+        // Every line in the record's domain (nothing else was logged) and at info.
+        EXPECT_EQ(Tavik::Test::LinesAt(capture, LOG_INFO, c.domain), c.lines) << c.name;
+        EXPECT_EQ(Tavik::Test::CheckPrefixes(capture, c.file, c.domain, c.tag), "") << c.name;
     }
 }
 

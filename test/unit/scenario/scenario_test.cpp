@@ -1,13 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <functional>
 #include <memory>
-#include <mutex>
 
 #include "control_client.h"
 #include "device_detect_proxy.h"
 #include "embedded_service.h"
+#include "recording_callbacks.h"
 #include "scenario.h"
 #include "sim_status.h"
 #include "world_json.h"
@@ -18,116 +17,36 @@ namespace Sim {
 namespace Test {
 namespace {
 
-// The application stand-in's handlers write every callback into one ordered
-// log and, while recording, into a ScenarioRecorder.
-class CallbackLog {
-public:
-    void Add(const std::string& line, const std::function<void(ScenarioRecorder&, uint64_t)>& feed = nullptr)
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        lines_.push_back(line);
-        if (recorder_ != nullptr && feed != nullptr) {
-            feed(*recorder_, ++clock_);  // a step time that only grows
-        }
-    }
-    std::vector<std::string> Lines()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return lines_;
-    }
-    void StartRecording(const World& world) { recorder_ = std::make_unique<ScenarioRecorder>(world); }
-    Scenario Recorded() { return recorder_->Result(); }
+using ::Tavik::Test::CallbackJournal;
+using ::Tavik::Test::DeviceChangedRecorder;
+using ::Tavik::Test::DeviceDetectRecorder;
+using ::Tavik::Test::DialogEventRecorder;
+using ::Tavik::Test::RecordedCallback;
+using ::Tavik::Test::ServiceChangedRecorder;
+using ::Tavik::Test::ServiceDeliverRecorder;
 
-private:
-    std::mutex mutex_;
-    std::vector<std::string> lines_;
-    std::unique_ptr<ScenarioRecorder> recorder_;
-    uint64_t clock_ = 0;
-};
-
-template <typename Stub>
-class Logged : public Stub {
-public:
-    explicit Logged(std::shared_ptr<CallbackLog> log, std::string tag = "") : log_(std::move(log)), tag_(std::move(tag))
-    {
-    }
-
-protected:
-    std::shared_ptr<CallbackLog> log_;
-    std::string tag_;
-};
-
-class DeviceHandler : public Logged<DeviceChangedCallbackStub> {
-public:
-    using Logged::Logged;
-    int32_t OnDeviceOnline(DeviceInfo& device) override { return Note("online", device); }
-    int32_t OnDeviceOffline(DeviceInfo& device) override { return Note("offline", device); }
-    int32_t OnDeviceReady(DeviceInfo& device) override { return Note("ready", device); }
-
-private:
-    int32_t Note(const char* what, const DeviceInfo& device)
-    {
-        log_->Add(tag_ + " " + what + " " + device.GetDeviceUdid() + " " + device.GetDeviceNetworkId() + " " +
-                      device.GetDeviceName() + " " + std::to_string(device.GetDeviceType()),
-                  [&](ScenarioRecorder& recorder, uint64_t at) {
-                      recorder.OnDevice(at, what, device.GetDeviceUdid(), device.GetDeviceNetworkId(),
-                                        device.GetDeviceName(), device.GetDeviceType());
-                  });
-        return 0;
-    }
-};
-
-class ServiceHandler : public Logged<ServiceChangedCallbackStub> {
-public:
-    using Logged::Logged;
-    int32_t OnDeviceEvent(int32_t event, std::vector<DeviceServiceInfo> infos) override
-    {
-        std::string line = "services " + std::to_string(event);
+// Passes a callback the application stand-in saw on to a ScenarioRecorder;
+// `clock` gives the steps a time that only grows. Detect events are not
+// steps of their own.
+void Feed(ScenarioRecorder& recorder, uint64_t& clock, const RecordedCallback& call)
+{
+    if (call.device != nullptr) {
+        const DeviceInfo& device = *call.device;
+        recorder.OnDevice(++clock, call.what, device.GetDeviceUdid(), device.GetDeviceNetworkId(),
+                          device.GetDeviceName(), device.GetDeviceType());
+    } else if (call.services != nullptr) {
         std::vector<ScenarioRecorder::ServiceDevice> devices;
-        for (const DeviceServiceInfo& info : infos) {
-            line += " " + info.GetDeviceId() + "[";
-            for (const std::string& rule : info.GetServiceRuleList()) {
-                line += rule + ",";
-            }
-            line += "]";
+        for (const DeviceServiceInfo& info : *call.services) {
             devices.push_back({info.GetDeviceId(), info.GetServiceRuleList(), info.GetDeviceHashId(), info.GetBrMac(),
                                info.GetExtraInfo()});
         }
-        log_->Add(line, [&](ScenarioRecorder& recorder, uint64_t at) { recorder.OnServices(at, event, devices); });
-        return 0;
+        recorder.OnServices(++clock, call.event, devices);
+    } else if (call.what == "deliver") {
+        recorder.OnDeliver(++clock, std::stoi(call.tag), call.text);
+    } else if (call.what == "dialog") {
+        recorder.OnDialogReply(++clock, call.text);
     }
-};
-
-class DeliverHandler : public Logged<ServiceDeliverCallbackStub> {
-public:
-    using Logged::Logged;
-    int32_t OnDeliver(const std::string& info) override
-    {
-        log_->Add("deliver " + tag_ + " " + info,
-                  [&](ScenarioRecorder& recorder, uint64_t at) { recorder.OnDeliver(at, std::stoi(tag_), info); });
-        return 0;
-    }
-};
-
-class DialogHandler : public Logged<DialogEventCallbackStub> {
-public:
-    using Logged::Logged;
-    int32_t OnDialogEventReply(const std::string& info) override
-    {
-        log_->Add("dialog " + info, [&](ScenarioRecorder& recorder, uint64_t at) { recorder.OnDialogReply(at, info); });
-        return 0;
-    }
-};
-
-class DetectHandler : public Logged<DeviceDetectCallbackStub> {
-public:
-    using Logged::Logged;
-    int32_t OnDeviceEvent(int32_t event, sptr<DeviceInfo> device) override
-    {
-        log_->Add("detect " + std::to_string(event) + " " + device->GetDeviceUdid());
-        return 0;
-    }
-};
+}
 
 // Every kind of step that reaches the application's handlers, around the
 // built-in world (car offline, TV and display online with castService).
@@ -166,24 +85,27 @@ std::vector<std::string> PlaySession(const Scenario& scenario, Scenario* recorde
     if (proxy == nullptr) {
         return {};
     }
-    auto log = std::make_shared<CallbackLog>();
+    auto log = std::make_shared<CallbackJournal>();
+    std::unique_ptr<ScenarioRecorder> recorder;
+    uint64_t clock = 0;
     if (recorded != nullptr) {
-        log->StartRecording(scenario.world);
+        recorder = std::make_unique<ScenarioRecorder>(scenario.world);
+        log->SetObserver([&](const RecordedCallback& call) { Feed(*recorder, clock, call); });
     }
     auto all = proxy->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr(), "app",
-                                                 sptr<DeviceHandler>::MakeSptr(log, "all"));
+                                                 sptr<DeviceChangedRecorder>::MakeSptr(log, "all"));
     auto cast = proxy->RegisterCallbackWithServiceFilter(
         sptr<ServiceFilter>::MakeSptr("castService", std::vector<std::string>{}), "app",
-        sptr<DeviceHandler>::MakeSptr(log, "cast"));
+        sptr<DeviceChangedRecorder>::MakeSptr(log, "cast"));
     EXPECT_EQ(all.first, 0);
     EXPECT_EQ(cast.first, 0);
-    EXPECT_EQ(proxy->RegisterServiceChangedCallback(sptr<ServiceHandler>::MakeSptr(log)), 0);
-    EXPECT_EQ(proxy->RegisterServiceDeliverCallback(5, sptr<DeliverHandler>::MakeSptr(log, "5")), 0);
-    EXPECT_EQ(proxy->SetDialogEventCallback(sptr<DialogHandler>::MakeSptr(log)), 0);
+    EXPECT_EQ(proxy->RegisterServiceChangedCallback(sptr<ServiceChangedRecorder>::MakeSptr(log)), 0);
+    EXPECT_EQ(proxy->RegisterServiceDeliverCallback(5, sptr<ServiceDeliverRecorder>::MakeSptr(log, "5")), 0);
+    EXPECT_EQ(proxy->SetDialogEventCallback(sptr<DialogEventRecorder>::MakeSptr(log)), 0);
     std::vector<DeviceInfo> tvs;
     EXPECT_EQ(proxy->GetTrustedDeviceListWithDeviceFilter(
                   sptr<DeviceFilter>::MakeSptr(std::vector<uint32_t>{156}, std::vector<uint32_t>{0, 1, 2}), tvs,
-                  sptr<DetectHandler>::MakeSptr(log)),
+                  sptr<DeviceDetectRecorder>::MakeSptr(log)),
               0);
 
     ScenarioPlayer player(scenario, service.Object());
@@ -198,8 +120,10 @@ std::vector<std::string> PlaySession(const Scenario& scenario, Scenario* recorde
     proxy->UnregisterServiceFilterListener(cast.second);
     proxy->UnregisterServiceChangedCallback();
     service.Unpublish();
+    // A handler the proxy still holds must not feed a recorder that is gone.
+    log->SetObserver(nullptr);
     if (recorded != nullptr) {
-        *recorded = log->Recorded();
+        *recorded = recorder->Result();
     }
     return log->Lines();
 }
@@ -208,27 +132,28 @@ TEST(ScenarioPlaybackTest, TheSessionSendsTheseCallbacksInThisOrderEveryTime)
 {
     std::vector<std::string> expected{
         "all online udid-car-0001 net-car-0001 Family Car 131",
-        "services 1 udid-car-0001[navigation,]",
+        "services 1 udid-car-0001,net-car-0001,131,02:00:00:00:00:01[navigation,]",
         "all ready udid-car-0001 net-car-0001 Family Car 131",
         "all online udid-den-tv net-den-tv Den TV 156",
         "cast online udid-den-tv net-den-tv Den TV 156",
         "all ready udid-den-tv net-den-tv Den TV 156",
         "cast ready udid-den-tv net-den-tv Den TV 156",
-        "services 1 udid-den-tv[castService,]",
+        "services 1 udid-den-tv,net-den-tv,156,[castService,]",
         "detect 1 udid-den-tv",
-        "services 3 udid-tv-0001[cast:allow,] udid-den-tv[castService,]",
-        "deliver 5 cast started",
+        "services 3 udid-tv-0001,net-tv-0001,156,02:00:00:00:00:06[cast:allow,] "
+        "udid-den-tv,net-den-tv,156,[castService,]",
+        "5 deliver cast started",
         "dialog {\"reply\":\"accept\"}",
         "all offline udid-tv-0001 net-tv-0001 Living Room TV 156",
         "cast offline udid-tv-0001 net-tv-0001 Living Room TV 156",
-        "services 2 udid-tv-0001[cast:allow,]",
+        "services 2 udid-tv-0001,net-tv-0001,156,02:00:00:00:00:06[cast:allow,]",
         "detect 2 udid-tv-0001",
         "all offline udid-den-tv net-den-tv Den TV 156",
         "cast offline udid-den-tv net-den-tv Den TV 156",
-        "services 2 udid-den-tv[castService,]",
+        "services 2 udid-den-tv,net-den-tv,156,[castService,]",
         "detect 2 udid-den-tv",
         "all offline udid-car-0001 net-car-0001 Family Car 131",
-        "services 2 udid-car-0001[navigation,]",
+        "services 2 udid-car-0001,net-car-0001,131,02:00:00:00:00:01[navigation,]",
     };
     Scenario scenario = Parse(SESSION);
     for (int run = 0; run < 50; ++run) {
@@ -279,7 +204,7 @@ TEST(ScenarioPlaybackTest, StepsWaitForTheirConditionAndFailWhenItNeverHolds)
     PlayOptions options;
     options.maxConditionWaitMs = 1;
     ScenarioPlayer player(scenario, service.Object(), options);
-    sptr<IRemoteObject> callback = sptr<DeviceHandler>::MakeSptr(std::make_shared<CallbackLog>(), "x")->AsObject();
+    sptr<IRemoteObject> callback = sptr<DeviceChangedRecorder>::MakeSptr()->AsObject();
     auto byService = [](const char* name) { return sptr<ServiceFilter>::MakeSptr(name, std::vector<std::string>{}); };
     auto car = [&sim] {
         Device device;

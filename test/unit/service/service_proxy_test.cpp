@@ -145,7 +145,7 @@ TEST_F(ServiceProxyTest, AbilityFilterListReturnsEachDeviceWithTheAbilitiesThatP
 
 TEST_F(ServiceProxyTest, DeviceFilterUsesBothListsAndOpensADetectSession)
 {
-    auto detect = sptr<DetectRecorder>::MakeSptr();
+    auto detect = sptr<DeviceDetectRecorder>::MakeSptr();
     std::vector<DeviceInfo> devices;
     // PAD 17, WATCH 109, CAR 131; same account only.
     auto filter = sptr<DeviceFilter>::MakeSptr(std::vector<uint32_t>{17, 109, 131}, std::vector<uint32_t>{1});
@@ -155,14 +155,14 @@ TEST_F(ServiceProxyTest, DeviceFilterUsesBothListsAndOpensADetectSession)
     // The car's account type is 2: it passes no session whose account list is {1}.
     Sim().SetDeviceState("udid-car-0001", DeviceState::ONLINE, detail_);
     Sim().SetDeviceState("udid-watch-0001", DeviceState::OFFLINE, detail_);
-    EXPECT_EQ(detect->Events(), (std::vector<std::string>{"2 udid-watch-0001"}));
+    EXPECT_EQ(detect->Lines(), (std::vector<std::string>{"detect 2 udid-watch-0001"}));
     EXPECT_EQ(Sim().Registrations().detectSessions, 1u);
 }
 
 TEST_F(ServiceProxyTest, AbilityListenerGetsEventsOfMatchingDevicesUntilRemoved)
 {
-    auto all = sptr<DeviceRecorder>::MakeSptr();
-    auto maps = sptr<DeviceRecorder>::MakeSptr();
+    auto all = sptr<DeviceChangedRecorder>::MakeSptr();
+    auto maps = sptr<DeviceChangedRecorder>::MakeSptr();
     std::pair<int32_t, uint32_t> first = proxy_->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr(), "a", all);
     std::pair<int32_t, uint32_t> second =
         proxy_->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr("com.tavik.maps"), "b", maps);
@@ -173,22 +173,24 @@ TEST_F(ServiceProxyTest, AbilityListenerGetsEventsOfMatchingDevicesUntilRemoved)
     Sim().SetDeviceState("udid-car-0001", DeviceState::READY, detail_);  // offline -> ready: online, then ready
     Sim().SetDeviceState("udid-tv-0001", DeviceState::OFFLINE, detail_);
     Sim().SetDeviceState("udid-pad-0001", DeviceState::ONLINE, detail_);  // no change, no event
-    EXPECT_EQ(all->Events(),
-              (std::vector<std::string>{"online udid-car-0001", "ready udid-car-0001", "offline udid-tv-0001"}));
-    EXPECT_EQ(maps->Events(), (std::vector<std::string>{"online udid-car-0001", "ready udid-car-0001"}));
+    EXPECT_EQ(all->Lines(), (std::vector<std::string>{"online udid-car-0001 net-car-0001 Family Car 131",
+                                                      "ready udid-car-0001 net-car-0001 Family Car 131",
+                                                      "offline udid-tv-0001 net-tv-0001 Living Room TV 156"}));
+    EXPECT_EQ(maps->Lines(), (std::vector<std::string>{"online udid-car-0001 net-car-0001 Family Car 131",
+                                                       "ready udid-car-0001 net-car-0001 Family Car 131"}));
 
     EXPECT_EQ(proxy_->UnregisterDevChangedCallback(first.second), 0);
     EXPECT_EQ(proxy_->UnregisterDevChangedCallback(first.second), SIM_ERR_NO_SUCH_LISTENER);
     // An ability-filter id is not a service-filter listener.
     EXPECT_EQ(proxy_->UnregisterServiceFilterListener(second.second), SIM_ERR_NO_SUCH_LISTENER);
     Sim().SetDeviceState("udid-car-0001", DeviceState::OFFLINE, detail_);
-    EXPECT_EQ(all->Events().size(), 3u);
-    EXPECT_EQ(maps->Events().back(), "offline udid-car-0001");
+    EXPECT_EQ(all->Lines().size(), 3u);
+    EXPECT_EQ(maps->Lines().back(), "offline udid-car-0001 net-car-0001 Family Car 131");
 }
 
 TEST_F(ServiceProxyTest, ServiceFilterListenerMatchesThroughTheFilter)
 {
-    auto recorder = sptr<DeviceRecorder>::MakeSptr();
+    auto recorder = sptr<DeviceChangedRecorder>::MakeSptr();
     auto filter = sptr<ServiceFilter>::MakeSptr("fileShare", std::vector<std::string>{"2IN1", "PAD"});
     std::pair<int32_t, uint32_t> registered = proxy_->RegisterCallbackWithServiceFilter(filter, "x", recorder);
     ASSERT_EQ(registered.first, 0);
@@ -196,7 +198,8 @@ TEST_F(ServiceProxyTest, ServiceFilterListenerMatchesThroughTheFilter)
     Sim().SetDeviceState("udid-laptop-0001", DeviceState::ONLINE, detail_);  // 2IN1 with fileShare
     Sim().SetDeviceState("udid-pc-0001", DeviceState::OFFLINE, detail_);     // fileShare, but a PC
     Sim().SetDeviceState("udid-pad-0001", DeviceState::OFFLINE, detail_);
-    EXPECT_EQ(recorder->Events(), (std::vector<std::string>{"online udid-laptop-0001", "offline udid-pad-0001"}));
+    EXPECT_EQ(recorder->Lines(), (std::vector<std::string>{"online udid-laptop-0001 net-laptop-0001 Travel Laptop 2607",
+                                                           "offline udid-pad-0001 net-pad-0001 Work Tablet 17"}));
 
     EXPECT_EQ(proxy_->UnregisterDevChangedCallback(registered.second), SIM_ERR_NO_SUCH_LISTENER);
     EXPECT_EQ(proxy_->UnregisterServiceFilterListener(registered.second), 0);
@@ -205,19 +208,19 @@ TEST_F(ServiceProxyTest, ServiceFilterListenerMatchesThroughTheFilter)
 
 TEST_F(ServiceProxyTest, ServiceChangedCallbackGetsTheDevicesServiceRecords)
 {
-    auto recorder = sptr<ServiceRecorder>::MakeSptr();
+    auto recorder = sptr<ServiceChangedRecorder>::MakeSptr();
     ASSERT_EQ(proxy_->RegisterServiceChangedCallback(recorder), 0);
     Sim().SetDeviceState("udid-car-0001", DeviceState::ONLINE, detail_);
     ASSERT_EQ(Sim().NotifyServiceChange(3, {"udid-tv-0001", "net-pad-0001"}, detail_), SIM_OK);
 
     // The car has no rules: its services stand in.
-    const std::vector<std::string> expected{"1 udid-car-0001,net-car-0001,131,02:00:00:00:00:01[navigation,]",
-                                            "3 udid-tv-0001,net-tv-0001,156,02:00:00:00:00:06[cast:allow,] "
+    const std::vector<std::string> expected{"services 1 udid-car-0001,net-car-0001,131,02:00:00:00:00:01[navigation,]",
+                                            "services 3 udid-tv-0001,net-tv-0001,156,02:00:00:00:00:06[cast:allow,] "
                                             "udid-pad-0001,net-pad-0001,17,02:00:00:00:00:07[fileShare,keyMouse,]"};
-    EXPECT_EQ(recorder->Events(), expected);
+    EXPECT_EQ(recorder->Lines(), expected);
     ASSERT_EQ(proxy_->UnregisterServiceChangedCallback(), 0);
     Sim().SetDeviceState("udid-car-0001", DeviceState::OFFLINE, detail_);
-    EXPECT_EQ(recorder->Events(), expected);
+    EXPECT_EQ(recorder->Lines(), expected);
 }
 
 TEST_F(ServiceProxyTest, DeviceInformationQueries)
@@ -269,36 +272,37 @@ TEST_F(ServiceProxyTest, DeviceInformationQueries)
 
 TEST_F(ServiceProxyTest, DeliveriesReachTheCallbacksOfTheirCode)
 {
-    auto five = sptr<DeliverRecorder>::MakeSptr();
-    auto minusSeven = sptr<DeliverRecorder>::MakeSptr();
+    auto five = sptr<ServiceDeliverRecorder>::MakeSptr();
+    auto minusSeven = sptr<ServiceDeliverRecorder>::MakeSptr();
     ASSERT_EQ(proxy_->RegisterServiceDeliverCallback(5, five), 0);
     ASSERT_EQ(proxy_->RegisterServiceDeliverCallback(-7, minusSeven), 0);
     Sim().Deliver(false, -7, "for -7", detail_);
     Sim().Deliver(true, 0, "for all", detail_);
-    EXPECT_EQ(five->Events(), (std::vector<std::string>{"for all"}));
-    EXPECT_EQ(minusSeven->Events(), (std::vector<std::string>{"for -7", "for all"}));
+    EXPECT_EQ(five->Lines(), (std::vector<std::string>{"deliver for all"}));
+    EXPECT_EQ(minusSeven->Lines(), (std::vector<std::string>{"deliver for -7", "deliver for all"}));
     EXPECT_EQ(Registrations()["deliverCodes"], nlohmann::json::array({5, -7}));
 }
 
 TEST_F(ServiceProxyTest, DialogEventIsAnsweredThroughTheDialogCallback)
 {
-    auto dialog = sptr<DialogRecorder>::MakeSptr();
+    auto dialog = sptr<DialogEventRecorder>::MakeSptr();
     ASSERT_EQ(proxy_->SetDialogEventCallback(dialog), 0);
     ASSERT_EQ(proxy_->NotifyAppDialogEvent("open \"x\""), 0);
-    EXPECT_EQ(dialog->Events(), (std::vector<std::string>{"{\"event\":\"open \\\"x\\\"\",\"reply\":\"confirm\"}"}));
+    EXPECT_EQ(dialog->Lines(),
+              (std::vector<std::string>{"dialog {\"event\":\"open \\\"x\\\"\",\"reply\":\"confirm\"}"}));
     Sim().DialogReply("plain", detail_);
-    EXPECT_EQ(dialog->Events().back(), "plain");
+    EXPECT_EQ(dialog->Lines().back(), "dialog plain");
 }
 
 TEST_F(ServiceProxyTest, ServiceRequestsPublishTheirResults)
 {
-    auto publish = sptr<PublishRecorder>::MakeSptr();
+    auto publish = sptr<ServicePublishRecorder>::MakeSptr();
     ASSERT_EQ(proxy_->RequestService("com.example", publish), 0);
     EXPECT_EQ(Sim().PublishResult("com.other", 9, 0, detail_), SIM_ERR_NOT_REGISTERED);
     EXPECT_EQ(Sim().PublishResult("com.example", 9, 4, detail_), SIM_OK);
     EXPECT_EQ(proxy_->UnRequestService("com.example"), 0);
     EXPECT_EQ(proxy_->UnRequestService("com.example"), SIM_ERR_NOT_REGISTERED);
-    EXPECT_EQ(publish->Events(), (std::vector<std::string>{"1 0", "9 4", "2 0"}));
+    EXPECT_EQ(publish->Lines(), (std::vector<std::string>{"publish 1 0", "publish 9 4", "publish 2 0"}));
     EXPECT_EQ(proxy_->RequestService("", publish), SIM_ERR_INVALID_ARGUMENT);
 }
 

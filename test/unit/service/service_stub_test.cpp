@@ -84,12 +84,12 @@ TEST_F(ServiceStubTest, EveryCodeAnswersWithItsReplyLayout)
     auto abilityFilter = sptr<AbilityFilter>::MakeSptr("com.tavik.files");
     auto serviceFilter = sptr<ServiceFilter>::MakeSptr("castService", std::vector<std::string>{});
     auto deviceFilter = sptr<DeviceFilter>::MakeSptr(std::vector<uint32_t>{156}, std::vector<uint32_t>{1});
-    sptr<IRemoteObject> deviceCallback = sptr<DeviceRecorder>::MakeSptr()->AsObject();
-    sptr<IRemoteObject> serviceCallback = sptr<ServiceRecorder>::MakeSptr()->AsObject();
-    sptr<IRemoteObject> detectCallback = sptr<DetectRecorder>::MakeSptr()->AsObject();
-    sptr<IRemoteObject> deliverCallback = sptr<DeliverRecorder>::MakeSptr()->AsObject();
-    sptr<IRemoteObject> dialogCallback = sptr<DialogRecorder>::MakeSptr()->AsObject();
-    sptr<IRemoteObject> publishCallback = sptr<PublishRecorder>::MakeSptr()->AsObject();
+    sptr<IRemoteObject> deviceCallback = sptr<DeviceChangedRecorder>::MakeSptr()->AsObject();
+    sptr<IRemoteObject> serviceCallback = sptr<ServiceChangedRecorder>::MakeSptr()->AsObject();
+    sptr<IRemoteObject> detectCallback = sptr<DeviceDetectRecorder>::MakeSptr()->AsObject();
+    sptr<IRemoteObject> deliverCallback = sptr<ServiceDeliverRecorder>::MakeSptr()->AsObject();
+    sptr<IRemoteObject> dialogCallback = sptr<DialogEventRecorder>::MakeSptr()->AsObject();
+    sptr<IRemoteObject> publishCallback = sptr<ServicePublishRecorder>::MakeSptr()->AsObject();
     sptr<IRemoteObject> keyMouse(new IPCObjectStub(u"test.KeyMouse"));
 
     const struct {

@@ -1,8 +1,9 @@
 // The six callback stubs. The shape they share (token check, dispatch by
 // code, unknown codes, refused bodies, default handlers, a reply left empty)
-// runs over one table row per stub; a recording subclass per stub shows
-// which handler ran. Then what is particular to single stubs.
+// runs over one table row per stub; the recording handlers of test/common
+// show which handler ran. Then what is particular to single stubs.
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,6 +17,7 @@
 #include "log_lines.h"
 #include "message_option.h"
 #include "message_parcel.h"
+#include "recording_callbacks.h"
 #include "service_changed_callback_stub.h"
 #include "service_deliver_callback_stub.h"
 #include "service_publish_callback_stub.h"
@@ -28,86 +30,40 @@ namespace Test {
 namespace {
 
 using Tavik::Test::AllLines;
+using Tavik::Test::CallbackJournal;
 using Tavik::Test::CheckPrefixes;
+using Tavik::Test::DeviceChangedRecorder;
+using Tavik::Test::DeviceDetectRecorder;
+using Tavik::Test::DialogEventRecorder;
+using Tavik::Test::RecordedCallback;
+using Tavik::Test::ServiceChangedRecorder;
+using Tavik::Test::ServiceDeliverRecorder;
+using Tavik::Test::ServicePublishRecorder;
 
-// What the recording handlers saw, one rendered line per call. Handlers
-// return kResult, which the stub must pass back unchanged.
+// Handlers return kResult, which the stub must pass back unchanged.
+constexpr int32_t kResult = 77;
+
+// What the recording handlers saw: one line per call, and the records of
+// the last service-changed and device-detect calls.
 struct Journal {
-    static constexpr int32_t kResult = 77;
-    std::vector<std::string> calls;
+    Journal()
+    {
+        log->SetObserver([this](const RecordedCallback& call) {
+            if (call.services != nullptr) {
+                serviceInfos = *call.services;
+            }
+            if (call.detected != nullptr) {
+                keptDevice = call.detected;
+            }
+        });
+    }
+    Journal(const Journal&) = delete;
+    Journal& operator=(const Journal&) = delete;
+    std::vector<std::string> Calls() { return log->Lines(); }
+
+    std::shared_ptr<CallbackJournal> log = std::make_shared<CallbackJournal>(kResult);
     std::vector<DeviceServiceInfo> serviceInfos;
     sptr<DeviceInfo> keptDevice;
-};
-
-template <typename Stub>
-class Recording : public Stub {
-public:
-    template <typename... Args>
-    explicit Recording(Journal& journal, Args... args) : Stub(args...), journal_(journal)
-    {
-    }
-
-protected:
-    int32_t Note(const std::string& call)
-    {
-        journal_.calls.push_back(call);
-        return Journal::kResult;
-    }
-    Journal& journal_;
-};
-
-class RecordingDeviceChanged : public Recording<DeviceChangedCallbackStub> {
-public:
-    using Recording::Recording;
-    int32_t OnDeviceOnline(DeviceInfo& info) override { return Note("OnDeviceOnline " + info.GetDeviceUdid()); }
-    int32_t OnDeviceOffline(DeviceInfo& info) override { return Note("OnDeviceOffline " + info.GetDeviceUdid()); }
-    int32_t OnDeviceReady(DeviceInfo& info) override { return Note("OnDeviceReady " + info.GetDeviceUdid()); }
-};
-
-class RecordingServiceChanged : public Recording<ServiceChangedCallbackStub> {
-public:
-    using Recording::Recording;
-    int32_t OnDeviceEvent(int32_t event, std::vector<DeviceServiceInfo> infos) override
-    {
-        std::string names;
-        for (const DeviceServiceInfo& info : infos) {
-            names += (names.empty() ? "" : ", ") + info.GetDeviceName();
-        }
-        journal_.serviceInfos = std::move(infos);
-        return Note("OnDeviceEvent " + std::to_string(event) + " [" + names + "]");
-    }
-};
-
-class RecordingDeviceDetect : public Recording<DeviceDetectCallbackStub> {
-public:
-    using Recording::Recording;
-    int32_t OnDeviceEvent(int32_t event, sptr<DeviceInfo> info) override
-    {
-        journal_.keptDevice = info;
-        return Note("OnDeviceEvent " + std::to_string(event) + " " + info->GetDeviceUdid());
-    }
-};
-
-class RecordingServiceDeliver : public Recording<ServiceDeliverCallbackStub> {
-public:
-    using Recording::Recording;
-    int32_t OnDeliver(const std::string& info) override { return Note("OnDeliver " + info); }
-};
-
-class RecordingDialogEvent : public Recording<DialogEventCallbackStub> {
-public:
-    using Recording::Recording;
-    int32_t OnDialogEventReply(const std::string& info) override { return Note("OnDialogEventReply " + info); }
-};
-
-class RecordingServicePublish : public Recording<ServicePublishCallbackStub> {
-public:
-    using Recording::Recording;
-    int32_t OnPublishEvent(sptr<RequestResultInfo> info) override
-    {
-        return Note("OnPublishEvent " + std::to_string(info->GetEventCode()) + "/" +
-                    std::to_string(info->GetResultCode()));
-    }
 };
 
 // Writes what follows the token of a request; null writes nothing.
@@ -124,6 +80,12 @@ void WriteDevice(MessageParcel& data, const std::string& udid)
 DeviceServiceInfo ServiceInfo(const std::string& name)
 {
     return DeviceServiceInfo(name, 14, "hash-" + name, "id-" + name, {"rule"}, "net-" + name, "mac-" + name, "extra");
+}
+
+// How an entry of ServiceInfo(name) shows in the handler's line.
+std::string Entry(const std::string& name)
+{
+    return " id-" + name + ",net-" + name + ",14,mac-" + name + "[rule,]";
 }
 
 std::vector<uint8_t> Encode(const Parcelable& record)
@@ -220,7 +182,7 @@ StubCase Stub(std::u16string descriptor, std::string file, std::string wrongToke
     return {std::move(descriptor),
             std::move(file),
             std::move(wrongTokenLevel),
-            [](Journal& j) { return sptr<IPCObjectStub>(new Recorder(j)); },
+            [](Journal& j) { return sptr<IPCObjectStub>(new Recorder(j.log)); },
             [] { return sptr<IPCObjectStub>(new Plain()); },
             std::move(events),
             std::move(unknownCodes),
@@ -230,11 +192,11 @@ StubCase Stub(std::u16string descriptor, std::string file, std::string wrongToke
 const std::vector<StubCase>& Cases()
 {
     static const std::vector<StubCase> cases = {
-        Stub<RecordingDeviceChanged, DeviceChangedCallbackStub>(
+        Stub<DeviceChangedRecorder, DeviceChangedCallbackStub>(
             u"Tavik.Syntavo.IDeviceStateChangedCallback", "device_changed_callback_stub", "I",
-            {{0, Device("u0"), "OnDeviceOnline u0", {"I OnDeviceOnline# OnDeviceOnline enter"}},
-             {1, Device("u1"), "OnDeviceOffline u1", {"I OnDeviceOffline# OnDeviceOffline enter"}},
-             {3, Device("u3"), "OnDeviceReady u3", {"I OnDeviceReady# OnDeviceReady enter"}},
+            {{0, Device("u0"), "online u0 net-u0 name-u0 14", {"I OnDeviceOnline# OnDeviceOnline enter"}},
+             {1, Device("u1"), "offline u1 net-u1 name-u1 14", {"I OnDeviceOffline# OnDeviceOffline enter"}},
+             {3, Device("u3"), "ready u3 net-u3 name-u3 14", {"I OnDeviceReady# OnDeviceReady enter"}},
              // A truncated record still decodes (its fields read as empty);
              // only an absent record is refused.
              {3,
@@ -242,48 +204,48 @@ const std::vector<StubCase>& Cases()
                   d.WriteInt32(1);
                   d.WriteString("short");
               },
-              "OnDeviceReady short",
+              "ready short   0",
               {"I OnDeviceReady# OnDeviceReady enter"}}},
             {2, 4, 0xFFFFFFFFu},
             {{0, nullptr, "OnDeviceOnline# OnDeviceEvent: received deviceInfo is nullptr"},
              {1, Int32s({0}), "OnDeviceOffline# OnDeviceEvent: received deviceInfo is nullptr"},
              {3, Int32s({0}), "OnDeviceReady# OnDeviceEvent: received deviceInfo is nullptr"}}),
-        Stub<RecordingServiceChanged, ServiceChangedCallbackStub>(
+        Stub<ServiceChangedRecorder, ServiceChangedCallbackStub>(
             u"Tavik.Syntavo.IServiceChangedCallback", "service_changed_callback_stub", "I",
             {{0,
               ServiceEvent(4, 1, {"s1"}),
-              "OnDeviceEvent 4 [s1]",
+              "services 4" + Entry("s1"),
               {"I OnDeviceEvent# deviceNum: 1", "I OnDeviceEvent# OnDeviceEvent enter"}}},
             {1, 3},
             {{0, nullptr, "OnDeviceEvent# ReadInt32 failed"}, {0, Int32s({3}), "OnDeviceEvent# ReadUint32 failed"}}),
-        Stub<RecordingDeviceDetect, DeviceDetectCallbackStub>(
+        Stub<DeviceDetectRecorder, DeviceDetectCallbackStub>(
             u"Tavik.Syntavo.IDeviceDetectCallback", "device_detect_callback_stub", "I",
             {{0,
               [](MessageParcel& d) {
                   d.WriteInt32(5);
                   WriteDevice(d, "u5");
               },
-              "OnDeviceEvent 5 u5",
+              "detect 5 u5",
               {"I OnDeviceEvent# OnDeviceEvent enter"}}},
             {1, 0x7FFFFFFFu}, {{0, Int32s({5, 0}), "OnDeviceEvent# OnDeviceEvent: received deviceInfo is nullptr"}}),
-        Stub<RecordingServiceDeliver, ServiceDeliverCallbackStub>(
+        Stub<ServiceDeliverRecorder, ServiceDeliverCallbackStub>(
             u"Tavik.Syntavo.IServiceDeliverCallback", "service_deliver_callback_stub", "I",
-            {{0, Text("parcel 12"), "OnDeliver parcel 12", {"I OnDeliver# OnDeliver enter"}},
-             {0, nullptr, "OnDeliver ", {"I OnDeliver# OnDeliver enter"}}},
+            {{0, Text("parcel 12"), "deliver parcel 12", {"I OnDeliver# OnDeliver enter"}},
+             {0, nullptr, "deliver ", {"I OnDeliver# OnDeliver enter"}}},
             {1}, {}),
-        Stub<RecordingDialogEvent, DialogEventCallbackStub>(
+        Stub<DialogEventRecorder, DialogEventCallbackStub>(
             u"Tavik.Syntavo.IDialogEventCallback", "dialog_event_callback_stub", "I",
-            {{0, Text("{\"ok\":1}"), "OnDialogEventReply {\"ok\":1}", {"I OnDialogEventReply# enter"}},
-             {0, nullptr, "OnDialogEventReply ", {"I OnDialogEventReply# enter"}}},
+            {{0, Text("{\"ok\":1}"), "dialog {\"ok\":1}", {"I OnDialogEventReply# enter"}},
+             {0, nullptr, "dialog ", {"I OnDialogEventReply# enter"}}},
             {1}, {}),
-        Stub<RecordingServicePublish, ServicePublishCallbackStub>(
+        Stub<ServicePublishRecorder, ServicePublishCallbackStub>(
             u"Tavik.Syntavo.IServicePublishCallback", "service_publish_callback_stub", "E",
             {{0,
               [](MessageParcel& d) {
                   RequestResultInfo info(7, 0);
                   d.WriteParcelable(&info);
               },
-              "OnPublishEvent 7/0",
+              "publish 7 0",
               {}}},
             {1}, {{0, nullptr, "OnPublishEvent# OnDeviceEvent: received info is nullptr"}}),
     };
@@ -301,7 +263,7 @@ void ExpectRefused(const StubCase& c, uint32_t code, const std::u16string& token
     LogCapture log;
     Outcome outcome = Send(*stub, code, token, body);
     EXPECT_EQ(outcome.result, result);
-    EXPECT_TRUE(journal.calls.empty());
+    EXPECT_TRUE(journal.Calls().empty());
     EXPECT_EQ(outcome.replySize, 0u);
     EXPECT_EQ(AllLines(log), lines);
     EXPECT_EQ(CheckPrefixes(log, c.file), "");
@@ -315,8 +277,8 @@ TEST(StubDispatchTest, EventsReachTheirHandlerOrTheDefaultOneAndTheReplyStaysEmp
             Journal journal;
             sptr<IPCObjectStub> recording = c.recording(journal);
             Outcome outcome = Send(*recording, e.code, c.descriptor, e.body);
-            EXPECT_EQ(outcome.result, Journal::kResult);
-            EXPECT_EQ(journal.calls, std::vector<std::string>{e.handled});
+            EXPECT_EQ(outcome.result, kResult);
+            EXPECT_EQ(journal.Calls(), std::vector<std::string>{e.handled});
             EXPECT_EQ(outcome.replySize, 0u);
 
             sptr<IPCObjectStub> plain = c.plain();
@@ -394,18 +356,18 @@ TEST(ServiceChangedStubTest, ListsDecodeInOrderAndSkipMissingEntries)
         int nullLines;
     };
     const std::vector<Row> rows = {
-        {"empty list", ServiceEvent(2, 0, {}), "OnDeviceEvent 2 []", 0},
-        {"middle entry absent", ServiceEvent(1, 3, {"a", "", "c"}), "OnDeviceEvent 1 [a, c]", 1},
-        {"parcel ends early", ServiceEvent(1, 3, {"a"}), "OnDeviceEvent 1 [a]", 2},
-        {"negative event", ServiceEvent(-9, 1, {"a"}), "OnDeviceEvent -9 [a]", 0},
+        {"empty list", ServiceEvent(2, 0, {}), "services 2", 0},
+        {"middle entry absent", ServiceEvent(1, 3, {"a", "", "c"}), "services 1" + Entry("a") + Entry("c"), 1},
+        {"parcel ends early", ServiceEvent(1, 3, {"a"}), "services 1" + Entry("a"), 2},
+        {"negative event", ServiceEvent(-9, 1, {"a"}), "services -9" + Entry("a"), 0},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         Journal journal;
-        sptr<RecordingServiceChanged> stub = new RecordingServiceChanged(journal);
+        sptr<ServiceChangedRecorder> stub = new ServiceChangedRecorder(journal.log);
         LogCapture log;
-        EXPECT_EQ(Send(*stub, 0, kServiceChanged, row.body).result, Journal::kResult);
-        EXPECT_EQ(journal.calls, std::vector<std::string>{row.handled});
+        EXPECT_EQ(Send(*stub, 0, kServiceChanged, row.body).result, kResult);
+        EXPECT_EQ(journal.Calls(), std::vector<std::string>{row.handled});
         EXPECT_EQ(log.Count("ReadStrongParcelable nullptr"), static_cast<size_t>(row.nullLines));
         for (const DeviceServiceInfo& info : journal.serviceInfos) {
             EXPECT_EQ(Encode(info), Encode(ServiceInfo(info.GetDeviceName()))) << "the records reach the handler whole";
@@ -429,18 +391,18 @@ TEST(ServiceChangedStubTest, CountsAboveTheLimitAreRefusedBeforeReading)
         SCOPED_TRACE("limit " + (row.limit ? std::to_string(*row.limit) : "default") + ", count " +
                      std::to_string(row.count));
         Journal journal;
-        sptr<RecordingServiceChanged> stub =
-            row.limit ? new RecordingServiceChanged(journal, *row.limit) : new RecordingServiceChanged(journal);
+        sptr<ServiceChangedRecorder> stub = row.limit ? new ServiceChangedRecorder(journal.log, "", *row.limit)
+                                                      : new ServiceChangedRecorder(journal.log);
         std::vector<std::string> entries(std::min<uint32_t>(row.count, 1025), "e");
         LogCapture log;
         int32_t result = Send(*stub, 0, kServiceChanged, ServiceEvent(1, row.count, entries)).result;
         if (row.accepted) {
-            EXPECT_EQ(result, Journal::kResult);
-            ASSERT_EQ(journal.calls.size(), 1u);
+            EXPECT_EQ(result, kResult);
+            ASSERT_EQ(journal.Calls().size(), 1u);
             EXPECT_EQ(journal.serviceInfos.size(), row.count);
         } else {
             EXPECT_EQ(result, 1001);
-            EXPECT_TRUE(journal.calls.empty());
+            EXPECT_TRUE(journal.Calls().empty());
             // The count line and nothing after it: no entry was read.
             EXPECT_EQ(AllLines(log), std::vector<std::string>{"I OnDeviceEvent# deviceNum: " +
                                                               std::to_string(static_cast<int32_t>(row.count))});
@@ -452,13 +414,13 @@ TEST(ServiceChangedStubTest, CountsAboveTheLimitAreRefusedBeforeReading)
 TEST(DeviceDetectStubTest, HandlerMayKeepTheRecord)
 {
     Journal journal;
-    sptr<RecordingDeviceDetect> stub = new RecordingDeviceDetect(journal);
+    sptr<DeviceDetectRecorder> stub = new DeviceDetectRecorder(journal.log);
     Send(*stub, 0, u"Tavik.Syntavo.IDeviceDetectCallback", [](MessageParcel& d) {
         d.WriteInt32(-2);
         WriteDevice(d, "kept");
     });
     stub = nullptr;
-    EXPECT_EQ(journal.calls, std::vector<std::string>{"OnDeviceEvent -2 kept"});
+    EXPECT_EQ(journal.Calls(), std::vector<std::string>{"detect -2 kept"});
     ASSERT_NE(journal.keptDevice, nullptr);
     EXPECT_EQ(journal.keptDevice->GetDeviceNetworkId(), "net-kept");
 }
