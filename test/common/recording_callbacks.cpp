@@ -20,8 +20,6 @@ std::string RecordedCallback::Line() const
         }
     } else if (what == "detect") {
         line += " " + std::to_string(event) + " " + detected->GetDeviceUdid();
-    } else if (what == "publish") {
-        line += " " + std::to_string(event) + " " + std::to_string(result);
     } else if (device != nullptr) {
         line += " " + device->GetDeviceUdid() + " " + device->GetDeviceNetworkId() + " " + device->GetDeviceName() +
                 " " + std::to_string(device->GetDeviceType());
@@ -51,74 +49,6 @@ int32_t CallbackJournal::Note(const RecordedCallback& callback)
         observer_(callback);
     }
     return result_;
-}
-
-namespace {
-RecordedCallback DeviceCallback(const char* what, const DeviceInfo& device)
-{
-    RecordedCallback callback;
-    callback.what = what;
-    callback.device = &device;
-    return callback;
-}
-}  // namespace
-
-int32_t DeviceChangedRecorder::OnDeviceOnline(DeviceInfo& device)
-{
-    return Note(DeviceCallback("online", device));
-}
-
-int32_t DeviceChangedRecorder::OnDeviceOffline(DeviceInfo& device)
-{
-    return Note(DeviceCallback("offline", device));
-}
-
-int32_t DeviceChangedRecorder::OnDeviceReady(DeviceInfo& device)
-{
-    return Note(DeviceCallback("ready", device));
-}
-
-int32_t ServiceChangedRecorder::OnDeviceEvent(int32_t event, std::vector<DeviceServiceInfo> infos)
-{
-    RecordedCallback callback;
-    callback.what = "services";
-    callback.event = event;
-    callback.services = &infos;
-    return Note(callback);
-}
-
-int32_t DeviceDetectRecorder::OnDeviceEvent(int32_t event, sptr<DeviceInfo> device)
-{
-    RecordedCallback callback;
-    callback.what = "detect";
-    callback.event = event;
-    callback.detected = device;
-    return Note(callback);
-}
-
-int32_t ServiceDeliverRecorder::OnDeliver(const std::string& info)
-{
-    RecordedCallback callback;
-    callback.what = "deliver";
-    callback.text = info;
-    return Note(callback);
-}
-
-int32_t DialogEventRecorder::OnDialogEventReply(const std::string& info)
-{
-    RecordedCallback callback;
-    callback.what = "dialog";
-    callback.text = info;
-    return Note(callback);
-}
-
-int32_t ServicePublishRecorder::OnPublishEvent(sptr<RequestResultInfo> info)
-{
-    RecordedCallback callback;
-    callback.what = "publish";
-    callback.event = info->GetEventCode();
-    callback.result = info->GetResultCode();
-    return Note(callback);
 }
 
 }  // namespace Test

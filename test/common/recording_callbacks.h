@@ -1,6 +1,6 @@
 // Handlers of the six callback stubs that note each callback as one line,
-// in arrival order, in a journal that several handlers may share. The line
-// of each kind of callback is written in one place (RecordedCallback::Line):
+// in arrival order, in a journal that several handlers may share. Tests
+// compare these lines, whose form is set here only:
 //   "online|offline|ready <udid> <networkId> <name> <type>"
 //   "services <event> <deviceId>,<networkId>,<type>,<brMac>[<rule>,...] ..."
 //   "detect <event> <udid>"
@@ -28,20 +28,29 @@ namespace Test {
 
 // One callback as a handler received it; the pointers live for the call only.
 struct RecordedCallback {
-    std::string tag;
     // "online", "offline", "ready", "services", "detect", "deliver", "dialog" or "publish".
     std::string what;
-    // The event of services/detect, the event code of publish.
-    int32_t event = 0;
-    // The result code of publish.
-    int32_t result = 0;
-    const Syntavo::DeviceInfo* device = nullptr;
+    // The event of services and detect.
+    int32_t event;
+    // The info of deliver and dialog; "<eventCode> <resultCode>" of publish.
+    std::string text;
+    const Syntavo::DeviceInfo* device;
+    const std::vector<Syntavo::DeviceServiceInfo>* services;
     // What a device-detect handler received; a handler may keep it.
     sptr<Syntavo::DeviceInfo> detected;
-    const std::vector<Syntavo::DeviceServiceInfo>* services = nullptr;
-    // The info of deliver and dialog.
-    std::string text;
+    std::string tag;
 
+    RecordedCallback(std::string what, int32_t event, std::string text, const Syntavo::DeviceInfo* device = nullptr,
+                     const std::vector<Syntavo::DeviceServiceInfo>* services = nullptr,
+                     sptr<Syntavo::DeviceInfo> detected = nullptr)
+        : what(std::move(what)),
+          event(event),
+          text(std::move(text)),
+          device(device),
+          services(services),
+          detected(std::move(detected))
+    {
+    }
     std::string Line() const;
 };
 
@@ -92,39 +101,48 @@ private:
 class DeviceChangedRecorder : public Recording<Syntavo::DeviceChangedCallbackStub> {
 public:
     using Recording::Recording;
-    int32_t OnDeviceOnline(Syntavo::DeviceInfo& device) override;
-    int32_t OnDeviceOffline(Syntavo::DeviceInfo& device) override;
-    int32_t OnDeviceReady(Syntavo::DeviceInfo& device) override;
+    int32_t OnDeviceOnline(Syntavo::DeviceInfo& device) override { return Note({"online", 0, "", &device}); }
+    int32_t OnDeviceOffline(Syntavo::DeviceInfo& device) override { return Note({"offline", 0, "", &device}); }
+    int32_t OnDeviceReady(Syntavo::DeviceInfo& device) override { return Note({"ready", 0, "", &device}); }
 };
 
 class ServiceChangedRecorder : public Recording<Syntavo::ServiceChangedCallbackStub> {
 public:
     using Recording::Recording;
-    int32_t OnDeviceEvent(int32_t event, std::vector<Syntavo::DeviceServiceInfo> infos) override;
+    int32_t OnDeviceEvent(int32_t event, std::vector<Syntavo::DeviceServiceInfo> infos) override
+    {
+        return Note({"services", event, "", nullptr, &infos});
+    }
 };
 
 class DeviceDetectRecorder : public Recording<Syntavo::DeviceDetectCallbackStub> {
 public:
     using Recording::Recording;
-    int32_t OnDeviceEvent(int32_t event, sptr<Syntavo::DeviceInfo> device) override;
+    int32_t OnDeviceEvent(int32_t event, sptr<Syntavo::DeviceInfo> device) override
+    {
+        return Note({"detect", event, "", nullptr, nullptr, device});
+    }
 };
 
 class ServiceDeliverRecorder : public Recording<Syntavo::ServiceDeliverCallbackStub> {
 public:
     using Recording::Recording;
-    int32_t OnDeliver(const std::string& info) override;
+    int32_t OnDeliver(const std::string& info) override { return Note({"deliver", 0, info}); }
 };
 
 class DialogEventRecorder : public Recording<Syntavo::DialogEventCallbackStub> {
 public:
     using Recording::Recording;
-    int32_t OnDialogEventReply(const std::string& info) override;
+    int32_t OnDialogEventReply(const std::string& info) override { return Note({"dialog", 0, info}); }
 };
 
 class ServicePublishRecorder : public Recording<Syntavo::ServicePublishCallbackStub> {
 public:
     using Recording::Recording;
-    int32_t OnPublishEvent(sptr<Syntavo::RequestResultInfo> info) override;
+    int32_t OnPublishEvent(sptr<Syntavo::RequestResultInfo> info) override
+    {
+        return Note({"publish", 0, std::to_string(info->GetEventCode()) + " " + std::to_string(info->GetResultCode())});
+    }
 };
 
 }  // namespace Test
