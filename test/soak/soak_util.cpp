@@ -11,7 +11,6 @@
 #include <cstring>
 #include <sstream>
 
-
 namespace DeviceDetectSoak {
 namespace {
 
