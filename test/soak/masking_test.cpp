@@ -84,7 +84,7 @@ protected:
             {"devices",
              json::array({tv, Device(WATCH, "Mask Watch", "WATCH", "offline"),
                           Device(BIG1, "Mask Big 1", "PC", "offline"), Device(BIG2, "Mask Big 2", "PC", "offline")})}};
-        std::string file = runtimeDir_ + "/mask-world.json";
+        std::string file = RuntimeDir() + "/mask-world.json";
         std::ofstream(file) << world.dump();
         return {"--world", file, "--log-level", "debug"};
     }

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,24 +9,12 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <sstream>
-
-#include "device_detect_request_code.h"
-#include "socket_transport.h"
-
-extern char** environ;
 
 namespace DeviceDetectSoak {
 namespace {
 
-std::string ReadFile(const std::string& path)
-{
-    std::ifstream file(path);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
+using Tavik::Test::ReadFile;
 
 // Standard error less the one ERROR line SetDialogEventCallback logs on
 // every call, callback or not.
@@ -52,34 +39,19 @@ ClientProcess::ClientProcess(int id, int threads, uint64_t calls)
     if (pipe2(in, O_CLOEXEC) != 0) {
         return;
     }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, (files_ + ".out").c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0600);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, (files_ + ".err").c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0600);
-    std::vector<std::string> args{"/proc/self/exe", CLIENT_ROLE_FLAG, std::to_string(id), std::to_string(threads),
-                                  std::to_string(calls)};
-    std::vector<char*> argv;
-    for (std::string& arg : args) {
-        argv.push_back(arg.data());
-    }
-    argv.push_back(nullptr);
-    if (posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ) != 0) {
-        pid_ = -1;
-    }
-    posix_spawn_file_actions_destroy(&actions);
+    Tavik::Test::ChildSpec spec(
+        {"/proc/self/exe", CLIENT_ROLE_FLAG, std::to_string(id), std::to_string(threads), std::to_string(calls)});
+    spec.in = in[0];
+    spec.outFile = files_ + ".out";
+    spec.errFile = files_ + ".err";
+    process_.Start(spec);
     close(in[0]);
     input_ = in[1];
 }
 
 ClientProcess::~ClientProcess()
 {
-    if (pid_ > 0) {
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-    }
+    process_.Kill();
     if (input_ >= 0) {
         close(input_);
     }
@@ -93,20 +65,16 @@ uint64_t ClientProcess::Progress() const
 
 std::string ClientProcess::Finish(uint64_t calls)
 {
-    if (pid_ <= 0) {
+    if (!Started()) {
         return "not started";
     }
     close(input_);
     input_ = -1;
-    for (int i = 0; i < 600 && !Done(); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-    if (!Done()) {
-        kill(pid_, SIGKILL);
+    if (!Tavik::Test::WaitUntil([this] { return Done(); }, std::chrono::seconds(60))) {
+        process_.Signal(SIGKILL);
     }
     int status = 0;
-    waitpid(pid_, &status, 0);
-    pid_ = -1;
+    process_.Wait(&status);
     std::string out = Out();
     size_t summary = out.find("SUMMARY");
     if (summary == std::string::npos) {
@@ -171,44 +139,6 @@ uint64_t ResidentKb(pid_t pid)
     std::string status = ReadFile("/proc/" + std::to_string(pid) + "/status");
     size_t at = status.find("VmRSS:");
     return at == std::string::npos ? 0 : strtoull(status.c_str() + at + strlen("VmRSS:"), nullptr, 10);
-}
-
-uint64_t EnvCount(const char* name, uint64_t fallback)
-{
-    const char* value = std::getenv(name);
-    uint64_t count = value == nullptr ? 0 : strtoull(value, nullptr, 10);
-    return count > 0 ? count : fallback;
-}
-
-void DaemonTest::SetUp()
-{
-    runtimeDir_ = DeviceDetectIntegration::MakeTempDir();
-    ASSERT_FALSE(runtimeDir_.empty());
-    setenv("TAVIK_RUNTIME_DIR", runtimeDir_.c_str(), 1);
-    DeviceDetectProxy::CleanupInstance();
-    daemon_ = std::make_unique<DeviceDetectIntegration::Daemon>(runtimeDir_);
-    ASSERT_TRUE(daemon_->Start(DaemonArgs())) << daemon_->Output();
-}
-
-void DaemonTest::TearDown()
-{
-    DeviceDetectProxy::CleanupInstance();
-    daemon_.reset();
-    DeviceDetectIntegration::RemoveTree(runtimeDir_);
-}
-
-Sim::ControlClient DaemonTest::Control()
-{
-    return Sim::ControlClient(ConnectSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID));
-}
-
-void DaemonTest::ExpectCleanStop()
-{
-    EXPECT_EQ(daemon_->Stop(SIGTERM), 0);
-    std::string output = daemon_->Output();
-    for (const char* bad : {"Sanitizer", " WARN ", " ERROR "}) {
-        EXPECT_EQ(output.find(bad), std::string::npos) << output;
-    }
 }
 
 }  // namespace DeviceDetectSoak

@@ -15,10 +15,10 @@
 #include <thread>
 #include <vector>
 
-#include "control_client.h"
+#include "child_process.h"
+#include "daemon_fixture.h"
 #include "device_changed_callback_stub.h"
 #include "device_detect_proxy.h"
-#include "process_util.h"
 #include "service_changed_callback_stub.h"
 
 namespace DeviceDetectSoak {
@@ -26,6 +26,8 @@ namespace DeviceDetectSoak {
 using namespace Tavik;
 using namespace Tavik::Syntavo;
 using Counter = std::atomic<uint64_t>;
+using Tavik::Test::DaemonTest;
+using Tavik::Test::EnvCount;
 
 // soak_tests --soak-client ID THREADS CALLS: each thread makes CALLS steps of
 // a cycle of the requests an application makes (0: until standard input
@@ -47,7 +49,7 @@ public:
     // that Finish() closes.
     ClientProcess(int id, int threads, uint64_t calls);
     ~ClientProcess();
-    bool Started() const { return pid_ > 0; }
+    bool Started() const { return process_.Started(); }
     uint64_t Progress() const;
     bool Done() const { return Out().find("SUMMARY") != std::string::npos; }
     // Lets the client exit and waits for it. Empty when it exited with 0
@@ -61,7 +63,7 @@ public:
 private:
     int threads_;
     std::string files_;
-    pid_t pid_ = -1;
+    Tavik::Test::ChildProcess process_;
     int input_ = -1;
 };
 
@@ -82,8 +84,6 @@ private:
 
 // VmRSS of /proc/<pid>/status in kB; 0 when it cannot be read.
 uint64_t ResidentKb(pid_t pid);
-// The positive integer in the environment variable, else `fallback`.
-uint64_t EnvCount(const char* name, uint64_t fallback);
 
 // Stubs that count the callbacks (of service events: the records).
 class DeviceCounter : public DeviceChangedCallbackStub {
@@ -112,23 +112,6 @@ public:
 
 private:
     Counter& count_;
-};
-
-// A devicedetectd of its own for each test, in a private runtime directory
-// that this process and its client processes use.
-class DaemonTest : public ::testing::Test {
-protected:
-    // Arguments after --runtime-dir; files it needs go to runtimeDir_.
-    virtual std::vector<std::string> DaemonArgs() { return {}; }
-    void SetUp() override;
-    void TearDown() override;
-    Sim::ControlClient Control();
-    // SIGTERM ends it with 0, and nothing it logged is a warning, an error or
-    // a sanitizer's report (LeakSanitizer runs at exit).
-    void ExpectCleanStop();
-
-    std::string runtimeDir_;
-    std::unique_ptr<DeviceDetectIntegration::Daemon> daemon_;
 };
 
 }  // namespace DeviceDetectSoak

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <random>
 #include <string>
@@ -32,13 +31,6 @@ constexpr int CALLER_THREADS = 8;
 constexpr int CALLS_PER_REPETITION = 100;
 // A caller's status when its reply carried another thread's value.
 constexpr int32_t WRONG_ANSWER = -12345;
-
-int EnvCount(const char* name, int fallback)
-{
-    const char* value = std::getenv(name);
-    int count = value == nullptr ? 0 : std::atoi(value);
-    return count > 0 ? count : fallback;
-}
 
 // The entries of a /proc directory, each as `describe` puts it.
 std::vector<std::string> ProcEntries(const std::string& dir, std::string (*describe)(const std::string& path))
@@ -153,7 +145,7 @@ protected:
 // debug build).
 TEST_F(ServiceDeathTest, KilledUnderLoadFailsEveryCallerNotifiesOnceAndLeavesNothing)
 {
-    const int repetitions = EnvCount("DD_STRESS_DEATH_REPETITIONS", 200);
+    const int repetitions = static_cast<int>(Tavik::Test::EnvCount("DD_STRESS_DEATH_REPETITIONS", 200));
     std::mt19937 random(12345);
     std::vector<sptr<DeathCounter>> deaths;
     std::vector<std::string> fdsBefore;

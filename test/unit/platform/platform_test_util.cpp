@@ -4,7 +4,6 @@
 // stays thread-safe and cheap.
 #include "platform_test_util.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <new>
@@ -59,24 +58,6 @@ void AllocationWatch::Reset()
 size_t AllocationWatch::Largest()
 {
     return g_largestRequest.load();
-}
-
-std::string ToHex(const uint8_t* data, size_t size)
-{
-    static const char digits[] = "0123456789abcdef";
-    std::string out;
-    out.reserve(size * 2);
-    for (size_t i = 0; i < size; ++i) {
-        out.push_back(digits[data[i] >> 4]);
-        out.push_back(digits[data[i] & 0x0f]);
-    }
-    return out;
-}
-
-std::string CompactHex(std::string spaced)
-{
-    spaced.erase(std::remove(spaced.begin(), spaced.end(), ' '), spaced.end());
-    return spaced;
 }
 
 bool ParseWords(Parcel& parcel, const std::vector<uint32_t>& words)

@@ -1,6 +1,6 @@
-// Helpers shared by the platform tests: hex dumps, a tiny record, named
-// writes for the tables, and the allocation watch backed by the counting
-// operator new of this binary.
+// Helpers shared by the platform tests: a tiny record, named writes for the
+// tables, and the allocation watch backed by the counting operator new of
+// this binary. Hex dumps come from wire_bytes.h.
 #ifndef TAVIK_TEST_PLATFORM_TEST_UTIL_H
 #define TAVIK_TEST_PLATFORM_TEST_UTIL_H
 
@@ -15,20 +15,13 @@
 #include "ipc_object_stub.h"
 #include "message_parcel.h"
 #include "parcel.h"
+#include "wire_bytes.h"
 
 // `name, write` for a table row: a write on a parcel of type P, named by its own expression.
 #define NAMED_WRITE(P, ...) #__VA_ARGS__, [](P & p) { return p.__VA_ARGS__; }
 
 namespace Tavik {
 namespace Test {
-
-// Lower-case hex of the bytes; CompactHex drops the spaces that group words in the tables.
-std::string ToHex(const uint8_t* data, size_t size);
-inline std::string ToHex(const Parcel& parcel)
-{
-    return ToHex(parcel.GetData(), parcel.GetDataSize());
-}
-std::string CompactHex(std::string spaced);
 
 // Fills a parcel with raw little-endian words, bypassing the typed writes, to hand-build hostile input.
 bool ParseWords(Parcel& parcel, const std::vector<uint32_t>& words);

@@ -20,6 +20,7 @@
 #include "parcel.h"
 #include "publish_event_info.h"
 #include "service_publish_info.h"
+#include "wire_bytes.h"
 
 namespace DdTest {
 
@@ -43,35 +44,10 @@ inline ExpectedLine AbilityFilterFileLine(LogLevel level, const std::string& fun
     return ClientLine(level, "ability_filter", function, text);
 }
 
-// Groups of four bytes in hex, separated by blanks: "02000000 61620000".
-inline std::string ToHex(const Parcel& parcel)
-{
-    static const char digits[] = "0123456789abcdef";
-    std::string out;
-    for (size_t i = 0; i < parcel.GetDataSize(); ++i) {
-        if (i != 0 && i % 4 == 0) {
-            out.push_back(' ');
-        }
-        out.push_back(digits[parcel.GetData()[i] >> 4]);
-        out.push_back(digits[parcel.GetData()[i] & 0xF]);
-    }
-    return out;
-}
-
-inline std::vector<uint8_t> Bytes(const Parcel& parcel)
-{
-    return std::vector<uint8_t>(parcel.GetData(), parcel.GetData() + parcel.GetDataSize());
-}
-
-// Marshals without any write failure; an empty vector when it fails.
-inline std::vector<uint8_t> Encode(const Parcelable& record)
-{
-    Parcel parcel;
-    if (!record.Marshalling(parcel)) {
-        return {};
-    }
-    return Bytes(parcel);
-}
+using Tavik::Test::Bytes;
+using Tavik::Test::CompactHex;
+using Tavik::Test::Encode;
+using Tavik::Test::ToHex;
 
 inline const std::string& EmbeddedNul()
 {

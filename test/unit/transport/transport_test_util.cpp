@@ -2,18 +2,10 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
-
-#include <cstdlib>
-#include <filesystem>
 
 #include "ipc_status.h"
 #include "transport/socket_connection.h"
-
-extern char** environ;
 
 namespace Tavik {
 namespace TransportTest {
@@ -97,108 +89,30 @@ int32_t CallbackStub::OnRemoteRequest(uint32_t code, MessageParcel& data, Messag
     return status;
 }
 
-ScopedRuntimeDir::ScopedRuntimeDir()
-{
-    char pattern[] = "/tmp/tavik-test-XXXXXX";
-    const char* made = mkdtemp(pattern);
-    path_ = made == nullptr ? std::string() : std::string(made);
-    setenv("TAVIK_RUNTIME_DIR", path_.c_str(), 1);
-}
-
-ScopedRuntimeDir::~ScopedRuntimeDir()
-{
-    unsetenv("TAVIK_RUNTIME_DIR");
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
-
 bool HelperProcess::Start(const std::string& role, int32_t systemAbilityId)
 {
     int ready[2];
     if (pipe2(ready, O_CLOEXEC) != 0) {
         return false;
     }
-    std::vector<std::string> env;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        env.emplace_back(*entry);
-    }
-    env.push_back("TAVIK_TRANSPORT_TEST_HELPER=" + role);
-    env.push_back("TAVIK_TRANSPORT_TEST_SA=" + std::to_string(systemAbilityId));
-    std::vector<char*> envp;
-    for (auto& entry : env) {
-        envp.push_back(&entry[0]);
-    }
-    envp.push_back(nullptr);
-    char exe[] = "/proc/self/exe";
-    char* argv[] = {exe, nullptr};
-
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ready[1], STDOUT_FILENO);
-    int error = posix_spawn(&pid_, exe, &actions, nullptr, argv, envp.data());
-    posix_spawn_file_actions_destroy(&actions);
+    Test::ChildSpec spec({"/proc/self/exe"}, {"TAVIK_TRANSPORT_TEST_HELPER=" + role,
+                                              "TAVIK_TRANSPORT_TEST_SA=" + std::to_string(systemAbilityId)});
+    spec.out = ready[1];
+    bool started = ChildProcess::Start(spec);
     close(ready[1]);
-    if (error != 0) {
-        pid_ = -1;
-        close(ready[0]);
-        return false;
-    }
     // Sanitised binaries start slowly; the limit only guards against a
     // helper that never comes up.
     pollfd pfd{ready[0], POLLIN, 0};
     char byte = 0;
-    bool ok = poll(&pfd, 1, 30000) == 1 && read(ready[0], &byte, 1) == 1 && byte == 'R';
+    bool ok = started && poll(&pfd, 1, 30000) == 1 && read(ready[0], &byte, 1) == 1 && byte == 'R';
     close(ready[0]);
     return ok;
-}
-
-void HelperProcess::Signal(int signal)
-{
-    if (pid_ <= 0) {
-        return;
-    }
-    kill(pid_, signal);
-    if (signal == SIGSTOP) {
-        // kill() returns before the helper has actually stopped; a request
-        // sent in between would still be answered.
-        int status = 0;
-        waitpid(pid_, &status, WUNTRACED);
-    }
-}
-
-void HelperProcess::Kill()
-{
-    if (pid_ > 0) {
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-        pid_ = -1;
-    }
-}
-
-int HelperProcess::Wait()
-{
-    int status = 0;
-    pid_t result = pid_ > 0 ? waitpid(pid_, &status, 0) : -1;
-    pid_ = -1;
-    return result > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 int32_t NextSystemAbilityId()
 {
     static std::atomic<int32_t> next{4000};
     return next++;
-}
-
-bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit)
-{
-    auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
 }
 
 int32_t Call(const sptr<IRemoteObject>& remote, uint32_t code, int32_t value, MessageParcel& reply, int waitSeconds,

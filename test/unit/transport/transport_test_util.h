@@ -1,5 +1,5 @@
 // Shared pieces of the transport tests: the test service, a callback stub,
-// a death counter, a private runtime directory and helper processes.
+// a death counter and helper processes.
 #ifndef TAVIK_TEST_TRANSPORT_TEST_UTIL_H
 #define TAVIK_TEST_TRANSPORT_TEST_UTIL_H
 
@@ -17,6 +17,7 @@
 
 #include <gtest/gtest.h>
 
+#include "child_process.h"
 #include "ipc_object_stub.h"
 #include "message_option.h"
 #include "message_parcel.h"
@@ -24,6 +25,9 @@
 
 namespace Tavik {
 namespace TransportTest {
+
+using Test::ScopedRuntimeDir;
+using Test::WaitUntil;
 
 enum TestCode : uint32_t {
     // int32 in -> the same int32 and the server's pid out.
@@ -104,42 +108,17 @@ private:
     std::atomic<IRemoteObject*> last_{nullptr};
 };
 
-// A fresh directory set as TAVIK_RUNTIME_DIR while it lives.
-class ScopedRuntimeDir {
-public:
-    ScopedRuntimeDir();
-    ~ScopedRuntimeDir();
-    const std::string& Path() const { return path_; }
-
-private:
-    std::string path_;
-};
-
 // A copy of this test binary started in a helper role (see
 // transport_helper_main.cpp). The process is killed when the object goes.
-class HelperProcess {
+class HelperProcess : public Test::ChildProcess {
 public:
     // Starts the role and waits until it reports ready.
     bool Start(const std::string& role, int32_t systemAbilityId);
-    ~HelperProcess() { Kill(); }
-    pid_t Pid() const { return pid_; }
-    void Signal(int signal);
-    // Kills (SIGKILL) and reaps the helper.
-    void Kill();
-    // Waits for the helper to end by itself; its exit status, -1 otherwise.
-    int Wait();
-
-private:
-    pid_t pid_ = -1;
 };
 
 // A system ability id no other test of this run uses, so that no connection
 // cached by an earlier test is found.
 int32_t NextSystemAbilityId();
-
-// Polls `condition` until it holds or `limit` passes.
-bool WaitUntil(const std::function<bool()>& condition,
-               std::chrono::milliseconds limit = std::chrono::milliseconds(5000));
 
 // A synchronous call of `code` with `value` (and `object` first, if any) as
 // its data; the status.
