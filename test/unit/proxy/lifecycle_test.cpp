@@ -1,4 +1,5 @@
 // The process-wide proxy: lookup, cache, death of the service, cleanup.
+#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -67,6 +68,38 @@ TEST_F(LifecycleTest, ConcurrentFirstUseLooksUpOnceAndCaches)
     EXPECT_EQ(manager_->LookupCount(), 1);
     EXPECT_EQ(AllLines(log), std::vector<std::string>{"I DeviceDetectProxy# DeviceDetectProxy constructor"});
     EXPECT_EQ(CheckPrefixes(log, "device_detect_proxy"), "");
+}
+
+// Threads that all miss the cache at once queue for the exclusive lock; each
+// must look again there before it looks the service up. Two threads (one
+// per core) that spin until both have started get past the shared check
+// together in most rounds.
+TEST_F(LifecycleTest, ThreadsMissingTheCacheTogetherStillLookUpOnce)
+{
+    manager_->AddSystemAbility(kSaId, remote_);
+    constexpr int kRounds = 200;
+    constexpr int kThreads = 2;
+    for (int round = 0; round < kRounds; ++round) {
+        DeviceDetectProxy::CleanupInstance();
+        std::atomic<int> ready{0};
+        std::vector<sptr<DeviceDetectProxy>> results(kThreads);
+        std::vector<std::thread> threads;
+        for (int i = 0; i < kThreads; ++i) {
+            threads.emplace_back([&ready, &results, i] {
+                ++ready;
+                while (ready.load() < kThreads) {
+                }
+                results[i] = DeviceDetectProxy::GetInstance();
+            });
+        }
+        for (auto& thread : threads) {
+            thread.join();
+        }
+        ASSERT_EQ(manager_->LookupCount(), round + 1) << "round " << round;
+        for (const auto& result : results) {
+            ASSERT_EQ(result, results[0]) << "round " << round;
+        }
+    }
 }
 
 // A failed lookup caches nothing: every call tries again and logs again.
