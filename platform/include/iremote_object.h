@@ -4,6 +4,7 @@
 #define TAVIK_PLATFORM_IREMOTE_OBJECT_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "refbase.h"
@@ -34,6 +35,20 @@ public:
     // stub, OnRemoteRequest returned 0); any other value is a failure, one
     // of ipc_status.h or the stub's own status.
     virtual int32_t SendRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) = 0;
+
+    // The outcome of SendRequestAsync: what SendRequest would have returned,
+    // and the reply (meaningful only when the status is 0).
+    using ReplyHandler = std::function<void(int32_t status, MessageParcel& reply)>;
+
+    // Sends one request that expects a reply, without making the calling
+    // thread wait for it: `done` runs exactly once, when the reply arrives or
+    // the call fails. No thread waits meanwhile, so a peer that never answers
+    // costs memory (one entry until its connection ends), not a thread; the
+    // option's wait time does not apply and the option's flags must not ask
+    // for a one-way call. A proxy runs `done` on an IPC thread, never under a
+    // lock of the transport's; the base implementation, which local objects
+    // use, calls SendRequest and then `done` on the calling thread.
+    virtual void SendRequestAsync(uint32_t code, MessageParcel& data, MessageOption& option, ReplyHandler done);
 
     // False when the recipient cannot be attached: a local object never
     // dies, and a proxy whose peer is already gone refuses.

@@ -10,6 +10,15 @@ IRemoteObject::IRemoteObject(std::u16string descriptor) : descriptor_(std::move(
 
 IRemoteObject::~IRemoteObject() = default;
 
+void IRemoteObject::SendRequestAsync(uint32_t code, MessageParcel& data, MessageOption& option, ReplyHandler done)
+{
+    MessageParcel reply;
+    int32_t status = SendRequest(code, data, reply, option);
+    if (done) {
+        done(status, reply);
+    }
+}
+
 IPCObjectStub::IPCObjectStub(std::u16string descriptor) : IRemoteObject(std::move(descriptor)) {}
 
 IPCObjectStub::~IPCObjectStub() = default;

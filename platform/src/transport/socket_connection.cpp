@@ -15,6 +15,8 @@
 #include "ipc_status.h"
 #include "message_option.h"
 #include "message_parcel.h"
+#include "transport/calling_scope.h"
+#include "transport/runtime_dir.h"
 #include "transport/socket_proxy.h"
 #include "transport/transport_log.h"
 
@@ -105,6 +107,12 @@ std::shared_ptr<Connection> Connection::Create(int fd, const sptr<IRemoteObject>
     }
     IpcRuntime& runtime = IpcRuntime::Get();
     connection->key_ = runtime.ReserveKey();
+    PeerCredentials credentials;
+    if (GetPeerCredentials(fd, credentials)) {
+        connection->peer_.pid = credentials.pid;
+        connection->peer_.uid = credentials.uid;
+    }
+    connection->peer_.connectionId = connection->key_;
     {
         std::lock_guard<std::mutex> lock(connection->mu_);
         connection->armed_ = true;
@@ -197,6 +205,29 @@ int32_t Connection::Transact(uint32_t target, uint32_t code, MessageParcel& data
     return call.remoteStatus;
 }
 
+void Connection::TransactAsync(uint32_t target, uint32_t code, MessageParcel& data, MessageOption& option,
+                               IRemoteObject::ReplyHandler done)
+{
+    // For now the call is made by an IPC task that waits for the reply.
+    auto request = std::make_shared<MessageParcel>();
+    request->ParseFrom(data.GetData(), data.GetDataSize());
+    request->SetObjects(data.GetObjects());
+    auto self = shared_from_this();
+    int waitTime = option.GetWaitTime();
+    bool posted = IpcRuntime::Get().Post([self, target, code, request, waitTime, done]() {
+        MessageParcel reply;
+        MessageOption sync(MessageOption::TF_SYNC, waitTime);
+        int32_t status = self->Transact(target, code, *request, reply, sync);
+        if (done) {
+            done(status, reply);
+        }
+    });
+    if (!posted && done) {
+        MessageParcel reply;
+        done(IPC_ERR_DEAD_OBJECT, reply);
+    }
+}
+
 int32_t Connection::AwaitReply(PendingCall& call, Clock::time_point deadline)
 {
     std::unique_lock<std::mutex> lock(mu_);
@@ -265,7 +296,11 @@ void Connection::RunIncoming(IncomingCall& call)
     MessageParcel& data = call.data;
     MessageParcel reply;
     MessageOption option(static_cast<int>(call.flags));
-    int32_t status = call.target->SendRequest(call.code, data, reply, option);
+    int32_t status = IPC_OK;
+    {
+        CallingScope caller(peer_);
+        status = call.target->SendRequest(call.code, data, reply, option);
+    }
     // Drop the request's proxies before replying, so that their releases
     // travel in front of the reply.
     data.ClearObjects();

@@ -43,6 +43,7 @@
 #include <vector>
 
 #include "iremote_object.h"
+#include "peer_identity.h"
 #include "transport/frame.h"
 #include "transport/ipc_runtime.h"
 
@@ -80,6 +81,11 @@ public:
     // reply. Returns the peer's status, or an IpcStatus of its own.
     int32_t Transact(uint32_t target, uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option);
 
+    // Sends one transaction that expects a reply; `done` runs once, on an IPC
+    // thread, with the outcome (IRemoteObject::SendRequestAsync).
+    void TransactAsync(uint32_t target, uint32_t code, MessageParcel& data, MessageOption& option,
+                       IRemoteObject::ReplyHandler done);
+
     // The proxy for the peer's object 0 (on a client connection, the
     // ability it connected to).
     sptr<IRemoteObject> GetRootProxy();
@@ -90,6 +96,9 @@ public:
     void Close(const char* reason);
     bool IsClosed() const { return closed_.load(); }
     const std::string& GetName() const { return name_; }
+    // The peer process, from the socket's credentials; connectionId is the
+    // connection's runtime key.
+    const PeerIdentity& GetPeer() const { return peer_; }
 
     // Called by ~SocketProxy.
     void OnProxyDestroyed(uint32_t id, const SocketProxy* proxy);
@@ -151,6 +160,7 @@ private:
     const int fd_;
     const std::string name_;
     uint64_t key_ = 0;
+    PeerIdentity peer_;
     std::atomic<bool> closed_{false};
 
     std::mutex writeMu_;

@@ -22,6 +22,11 @@ int32_t SocketProxy::SendRequest(uint32_t code, MessageParcel& data, MessageParc
     return connection_->Transact(id_, code, data, reply, option);
 }
 
+void SocketProxy::SendRequestAsync(uint32_t code, MessageParcel& data, MessageOption& option, ReplyHandler done)
+{
+    connection_->TransactAsync(id_, code, data, option, std::move(done));
+}
+
 bool SocketProxy::AddDeathRecipient(const sptr<DeathRecipient>& recipient)
 {
     if (recipient == nullptr) {

@@ -25,6 +25,7 @@ public:
     ~SocketProxy() override;
 
     int32_t SendRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) override;
+    void SendRequestAsync(uint32_t code, MessageParcel& data, MessageOption& option, ReplyHandler done) override;
 
     // False when the peer is already gone (or the recipient is null).
     bool AddDeathRecipient(const sptr<DeathRecipient>& recipient) override;
