@@ -54,6 +54,12 @@ PublishStatus PublishSystemAbility(int32_t systemAbilityId, const sptr<IRemoteOb
 // False when this process has not published the id.
 bool UnpublishSystemAbility(int32_t systemAbilityId);
 
+// Ends the connection named by `connectionId` (PeerIdentity::connectionId)
+// as if its peer had died: its pending calls fail, and the proxies of the
+// peer's objects call their death recipients. For a service that gives up on
+// a client that does not keep up. False when no open connection has the id.
+bool DisconnectPeer(uint64_t connectionId, const char* reason);
+
 // The remote object of the ability's server, or null when no trusted server
 // answers. The connection is kept and reused by later calls for the same id
 // while it lives.

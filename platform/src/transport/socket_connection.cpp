@@ -62,6 +62,10 @@ struct Connection::PendingCall {
     // Bytes of a reply that the reply parcel refused, else 0.
     size_t refusedSize = 0;
     std::vector<sptr<IRemoteObject>> objects;
+    // A call made with TransactAsync: nobody waits, `done` is posted to an
+    // IPC thread when the call ends, and `reply` points at ownReply.
+    IRemoteObject::ReplyHandler onDone;
+    MessageParcel ownReply;
 };
 
 // A transaction from the peer, decoded and waiting for a thread.
@@ -208,24 +212,91 @@ int32_t Connection::Transact(uint32_t target, uint32_t code, MessageParcel& data
 void Connection::TransactAsync(uint32_t target, uint32_t code, MessageParcel& data, MessageOption& option,
                                IRemoteObject::ReplyHandler done)
 {
-    // For now the call is made by an IPC task that waits for the reply.
-    auto request = std::make_shared<MessageParcel>();
-    request->ParseFrom(data.GetData(), data.GetDataSize());
-    request->SetObjects(data.GetObjects());
-    auto self = shared_from_this();
-    int waitTime = option.GetWaitTime();
-    bool posted = IpcRuntime::Get().Post([self, target, code, request, waitTime, done]() {
-        MessageParcel reply;
-        MessageOption sync(MessageOption::TF_SYNC, waitTime);
-        int32_t status = self->Transact(target, code, *request, reply, sync);
+    auto fail = [&done](int32_t status) {
+        MessageParcel empty;
         if (done) {
-            done(status, reply);
+            done(status, empty);
+        }
+    };
+    size_t size = data.GetDataSize();
+    if (closed_) {
+        return fail(IPC_ERR_DEAD_OBJECT);
+    }
+    if ((option.GetFlags() & MessageOption::TF_ASYNC) != 0 || size % 4 != 0) {
+        return fail(IPC_ERR_INVALID_DATA);
+    }
+    if (size > MAX_FRAME_DATA || data.GetObjectCount() > MAX_FRAME_OBJECTS) {
+        TRANSPORT_LOGW("request of %{public}zu bytes and %{public}zu objects exceeds the frame limit", size,
+                       data.GetObjectCount());
+        return fail(IPC_ERR_TOO_LARGE);
+    }
+    std::vector<ObjectEntry> entries;
+    if (!ExportObjects(data.GetObjects(), entries)) {
+        return fail(closed_ ? IPC_ERR_DEAD_OBJECT : IPC_ERR_INVALID_DATA);
+    }
+    auto call = std::make_shared<PendingCall>();
+    call->reply = &call->ownReply;
+    call->onDone = std::move(done);
+    FrameHeader header = MakeHeader(FrameKind::TRANSACTION);
+    header.target = target;
+    header.code = code;
+    header.objectCount = static_cast<uint16_t>(entries.size());
+    header.length = static_cast<uint32_t>(size + entries.size() * sizeof(ObjectEntry));
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        if (!closed_) {
+            call->id = nextCallId_++;
+            header.callId = call->id;
+            pending_[call->id] = call.get();
+            asyncCalls_[call->id] = call;
+        }
+    }
+    if (call->id == 0) {
+        Unexport(entries);
+        return fail(IPC_ERR_DEAD_OBJECT);
+    }
+    bool nothingWritten = false;
+    int32_t status = WriteFrame(&header, data.GetData(), size, entries,
+                                Clock::now() + std::chrono::seconds(MessageOption::TF_WAIT_TIME), &nothingWritten);
+    if (status != IPC_OK) {
+        if (nothingWritten) {
+            Unexport(entries);
+        }
+        std::shared_ptr<PendingCall> mine;
+        {
+            std::lock_guard<std::mutex> lock(mu_);
+            pending_.erase(call->id);
+            auto it = asyncCalls_.find(call->id);
+            if (it != asyncCalls_.end()) {
+                mine = std::move(it->second);
+                asyncCalls_.erase(it);
+            }
+        }
+        // Close() may have taken the call already and posted its completion.
+        if (mine != nullptr) {
+            fail(status);
+        }
+    }
+}
+
+void Connection::CompleteAsyncLocked(PendingCall* call)
+{
+    auto it = asyncCalls_.find(call->id);
+    if (it == asyncCalls_.end()) {
+        return;
+    }
+    std::shared_ptr<PendingCall> owned = std::move(it->second);
+    asyncCalls_.erase(it);
+    // The handler is user code: it runs on an IPC thread, with no lock held.
+    IpcRuntime::Get().Post([owned]() {
+        owned->reply->SetObjects(std::move(owned->objects));
+        int32_t status = owned->transportStatus != IPC_OK ? owned->transportStatus
+                         : owned->refusedSize != 0       ? IPC_ERR_TOO_LARGE
+                                                         : owned->remoteStatus;
+        if (owned->onDone) {
+            owned->onDone(status, *owned->reply);
         }
     });
-    if (!posted && done) {
-        MessageParcel reply;
-        done(IPC_ERR_DEAD_OBJECT, reply);
-    }
 }
 
 int32_t Connection::AwaitReply(PendingCall& call, Clock::time_point deadline)
@@ -639,7 +710,9 @@ FrameError Connection::ProcessFrame(const FrameHeader& header, const uint8_t* bo
             }
             call->objects = std::move(objects);
             call->done = true;
-            if (call == state.self) {
+            if (call->onDone) {
+                CompleteAsyncLocked(call);
+            } else if (call == state.self) {
                 state.selfDone = true;
             } else {
                 call->cv.notify_one();
@@ -958,7 +1031,11 @@ void Connection::Close(const char* reason)
         for (auto& entry : pending_) {
             entry.second->done = true;
             entry.second->transportStatus = IPC_ERR_DEAD_OBJECT;
-            entry.second->cv.notify_one();
+            if (entry.second->onDone) {
+                CompleteAsyncLocked(entry.second);
+            } else {
+                entry.second->cv.notify_one();
+            }
         }
         pending_.clear();
         for (PendingCall* waiter : waiters_) {

@@ -144,6 +144,9 @@ private:
     // --- calls ---
     int32_t AwaitReply(PendingCall& call, Clock::time_point deadline);
     void RememberAbandonedLocked(uint64_t callId);
+    // Hands an asynchronous call that ended to an IPC task that runs its
+    // handler.
+    void CompleteAsyncLocked(PendingCall* call);
     void Dispatch(const std::shared_ptr<IncomingCall>& call);
     void RunIncoming(IncomingCall& call);
     void DrainOneWay();
@@ -171,6 +174,8 @@ private:
     bool throttled_ = false;
     std::vector<PendingCall*> waiters_;
     std::unordered_map<uint64_t, PendingCall*> pending_;
+    // Owners of the asynchronous calls in pending_.
+    std::unordered_map<uint64_t, std::shared_ptr<PendingCall>> asyncCalls_;
     uint64_t nextCallId_ = 1;
     std::unordered_set<uint64_t> abandoned_;
     std::deque<uint64_t> abandonedOrder_;

@@ -292,6 +292,19 @@ bool UnpublishSystemAbility(int32_t systemAbilityId)
     return true;
 }
 
+bool DisconnectPeer(uint64_t connectionId, const char* reason)
+{
+    for (const auto& pollable : IpcRuntime::Get().Snapshot()) {
+        auto connection = std::dynamic_pointer_cast<Connection>(pollable);
+        if (connection != nullptr && connection->GetPeer().connectionId == connectionId) {
+            TRANSPORT_LOGW("disconnecting %{public}s: %{public}s", connection->GetName().c_str(), reason);
+            connection->Close(reason);
+            return true;
+        }
+    }
+    return false;
+}
+
 sptr<IRemoteObject> ConnectSystemAbility(int32_t systemAbilityId)
 {
     if (systemAbilityId < 0) {
