@@ -1,6 +1,7 @@
 #include "socket_transport.h"
 
 #include <fcntl.h>
+#include <sys/epoll.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -27,8 +28,6 @@ namespace {
 
 using Transport::Connection;
 using Transport::IpcRuntime;
-
-constexpr int LISTEN_BACKLOG = 64;
 
 // Accepts the connections of one published ability.
 class Listener : public Transport::Pollable {
@@ -74,7 +73,7 @@ public:
         }
         std::lock_guard<std::mutex> lock(mutex_);
         if (!stopped_) {
-            IpcRuntime::Get().Arm(key_, fd_);
+            IpcRuntime::Get().Arm(key_, fd_, EPOLLIN);
         }
     }
 
@@ -85,17 +84,20 @@ private:
         if (!Transport::GetPeerCredentials(fd, peer)) {
             TRANSPORT_LOGW("no credentials for a peer of sa %{public}d: %{public}s", systemAbilityId_,
                            std::strerror(errno));
+            Transport::CountRefused();
             close(fd);
             return;
         }
         if (!Transport::IsTrustedPeer(peer.uid)) {
             TRANSPORT_LOGW("refused pid %{public}d uid %{public}u on sa %{public}d", static_cast<int>(peer.pid),
                            static_cast<unsigned>(peer.uid), systemAbilityId_);
+            Transport::CountRefused();
             close(fd);
             return;
         }
         std::string name = "sa " + std::to_string(systemAbilityId_) + " <- pid " + std::to_string(peer.pid);
-        Connection::Create(fd, object_, std::move(name));
+        Transport::CountAccepted();
+        Connection::Create(fd, object_, std::move(name), systemAbilityId_);
     }
 
     const int fd_;
@@ -250,7 +252,7 @@ PublishStatus PublishSystemAbility(int32_t systemAbilityId, const sptr<IRemoteOb
         return fail(PublishStatus::SOCKET_ERROR);
     }
     if (bind(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
-        chmod(publication.socketPath.c_str(), 0600) != 0 || listen(fd, LISTEN_BACKLOG) != 0) {
+        chmod(publication.socketPath.c_str(), 0600) != 0 || listen(fd, Transport::LISTEN_BACKLOG) != 0) {
         TRANSPORT_LOGE("cannot listen on %{public}s: %{public}s", publication.socketPath.c_str(), std::strerror(errno));
         close(fd);
         unlink(publication.socketPath.c_str());
@@ -259,7 +261,7 @@ PublishStatus PublishSystemAbility(int32_t systemAbilityId, const sptr<IRemoteOb
     publication.listener = std::make_shared<Listener>(fd, object, systemAbilityId);
     uint64_t key = IpcRuntime::Get().ReserveKey();
     publication.listener->SetKey(key);
-    if (!IpcRuntime::Get().Register(key, publication.listener, fd)) {
+    if (!IpcRuntime::Get().Register(key, publication.listener, fd, EPOLLIN)) {
         unlink(publication.socketPath.c_str());
         return fail(PublishStatus::SOCKET_ERROR);
     }
@@ -334,7 +336,7 @@ sptr<IRemoteObject> ConnectSystemAbility(int32_t systemAbilityId)
     }
     // A server that stopped accepting fills its backlog; do not wait for it
     // longer than for any reply.
-    timeval timeout{MessageOption::TF_WAIT_TIME, 0};
+    timeval timeout{Transport::CONNECT_TIMEOUT_SECONDS, 0};
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof(timeout));
     if (connect(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0) {
         // No socket, or nobody behind it: the ability is simply not running,
@@ -354,7 +356,7 @@ sptr<IRemoteObject> ConnectSystemAbility(int32_t systemAbilityId)
         return nullptr;
     }
     std::string name = "sa " + std::to_string(systemAbilityId) + " -> pid " + std::to_string(peer.pid);
-    std::shared_ptr<Connection> connection = Connection::Create(fd, nullptr, std::move(name));
+    std::shared_ptr<Connection> connection = Connection::Create(fd, nullptr, std::move(name), systemAbilityId);
     if (connection == nullptr) {
         return nullptr;
     }

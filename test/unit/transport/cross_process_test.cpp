@@ -190,7 +190,7 @@ TEST_F(CrossProcessTest, OneWayCallsAreNotAwaitedAndRunInOrder)
     sptr<IRemoteObject> remote = StartServer();
     ASSERT_NE(remote, nullptr);
     // More than the receiver queues before it pauses reading.
-    constexpr int COUNT = 3 * static_cast<int>(Transport::SOFT_INCOMING_LIMIT);
+    constexpr int COUNT = 3 * static_cast<int>(Transport::MAX_QUEUED_ONE_WAY);
     std::vector<int32_t> expected;
     for (int i = 0; i < COUNT; ++i) {
         MessageParcel data;
