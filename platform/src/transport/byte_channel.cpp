@@ -143,10 +143,13 @@ ByteChannel::SendResult ByteChannel::Send(const iovec* pieces, size_t count)
             return SendResult::SENT;
         }
     }
-    if (pendingBytes_.load(std::memory_order_relaxed) + (size - written) > MAX_OUTGOING_BYTES) {
-        return SendResult::OVER_LIMIT;
-    }
-    if (!QueueLocked(pieces, count, written, size - written)) {
+    if (pendingBytes_.load(std::memory_order_relaxed) + (size - written) > MAX_OUTGOING_BYTES ||
+        !QueueLocked(pieces, count, written, size - written)) {
+        // The stream may end in half a frame now: nothing more goes out, and
+        // only this caller hears of the limit.
+        outClosed_ = true;
+        queue_.clear();
+        pendingBytes_.store(0, std::memory_order_release);
         return SendResult::OVER_LIMIT;
     }
     return SendResult::QUEUED;

@@ -904,13 +904,8 @@ void Connection::Close(const char* reason)
         abandonedOrder_.clear();
         abandonedOrder_.shrink_to_fit();
     }
-    channel_.CloseOutput();
-    tables_.Close(dropped, proxies);
-    // Wakes a caller blocked in poll() on the socket; the descriptor itself
-    // is closed by the channel's destructor.
-    shutdown(channel_.Fd(), SHUT_RDWR);
-    IpcRuntime::Get().Unregister(key_, channel_.Fd());
-    TRANSPORT_LOGI("connection %{public}s closed: %{public}s", name_.c_str(), reason);
+    // Recorded before the connection leaves the runtime's set, so that whoever
+    // sees it gone finds why.
     {
         closed.closedAt = std::chrono::system_clock::now();
         closed.reason = reason;
@@ -921,6 +916,13 @@ void Connection::Close(const char* reason)
             history.closed.pop_front();
         }
     }
+    channel_.CloseOutput();
+    tables_.Close(dropped, proxies);
+    // Wakes a caller blocked in poll() on the socket; the descriptor itself
+    // is closed by the channel's destructor.
+    shutdown(channel_.Fd(), SHUT_RDWR);
+    IpcRuntime::Get().Unregister(key_, channel_.Fd());
+    TRANSPORT_LOGI("connection %{public}s closed: %{public}s", name_.c_str(), reason);
     if (!proxies.empty()) {
         IpcRuntime::Get().Post([proxies]() {
             for (const auto& proxy : proxies) {
@@ -980,7 +982,9 @@ std::vector<ConnectionInfo> GetConnections()
     std::vector<ConnectionInfo> result;
     for (const auto& pollable : Transport::IpcRuntime::Get().Snapshot()) {
         auto connection = std::dynamic_pointer_cast<Transport::Connection>(pollable);
-        if (connection != nullptr && !connection->IsClosed()) {
+        // A connection that is closing stays listed until its end is in the
+        // history: whoever no longer finds it there finds why it ended.
+        if (connection != nullptr) {
             result.push_back(connection->Info());
         }
     }
