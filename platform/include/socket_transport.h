@@ -106,6 +106,8 @@ struct ClosedConnectionInfo {
 // Counters since the process started.
 struct TransportCounters {
     uint64_t accepted = 0;
+    // Connections that ended, for any reason, on either side.
+    uint64_t closed = 0;
     // Peers whose credentials were refused (another user), or whose
     // credentials could not be read.
     uint64_t refused = 0;

@@ -1,7 +1,9 @@
 // devicedetectd: the reference device-detect service. Serves system ability
 // 70635 over the Unix-socket transport from a simulated world of devices
 // until SIGTERM or SIGINT.
+#include <malloc.h>
 #include <pthread.h>
+#include <sys/resource.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -13,6 +15,7 @@
 
 #include "device_detect_request_code.h"
 #include "embedded_service.h"
+#include "memory_return.h"
 #include "scenario.h"
 #include "sim_status.h"
 #include "socket_transport.h"
@@ -76,6 +79,17 @@ void StartScenario(Sim::ScenarioPlayer& player, Sim::Simulator& simulator, const
             std::cout << "devicedetectd: scenario done" << std::endl;
         }
     });
+}
+
+// Every client holds a descriptor of ours: serve as many as the system lets
+// this process have, not the shell's default soft limit.
+void RaiseDescriptorLimit()
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
 }
 
 }  // namespace
@@ -142,7 +156,12 @@ int main(int argc, char** argv)
     sigaddset(&stopSignals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
+    RaiseDescriptorLimit();
+    // One allocator arena per IPC thread would keep a heap per thread that
+    // is never given back in full; the service's threads allocate little.
+    mallopt(M_ARENA_MAX, 2);
     Sim::EmbeddedService service(world);
+    Sim::MemoryReturner memoryReturner;
     std::string socketPath = GetSystemAbilitySocketPath(SYNTAVO_DEVICE_DETECT_SA_ID);
     PublishStatus published = PublishSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID, service.Object());
     if (published != PublishStatus::OK) {

@@ -911,6 +911,7 @@ void Connection::Close(const char* reason)
         closed.reason = reason;
         History& history = GetHistory();
         std::lock_guard<std::mutex> lock(history.mutex);
+        ++history.counters.closed;
         history.closed.push_back(std::move(closed));
         if (history.closed.size() > CLOSED_HISTORY) {
             history.closed.pop_front();
