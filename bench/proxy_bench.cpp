@@ -1,10 +1,15 @@
 // The proxy against the service: in process (no transport) and across
 // processes against devicedetectd over the socket transport.
 #include <benchmark/benchmark.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <thread>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -137,6 +142,78 @@ void RemoteSwitch(benchmark::State& state)
     state.counters["log_lines"] = lines.Lines();
 }
 BENCHMARK(RemoteSwitch)->Name("proxy/remote/GetDeviceSwitch");
+
+// A client that floods the service with small calls and never reads an
+// answer: whenever the service gives up on it (its unread answers pass the
+// outgoing limit) it connects again and goes on.
+class Flooder {
+public:
+    Flooder() : thread_([this] { Run(); }) {}
+    ~Flooder()
+    {
+        stop_ = true;
+        thread_.join();
+    }
+    Flooder(const Flooder&) = delete;
+    Flooder& operator=(const Flooder&) = delete;
+    int64_t Connections() const { return connections_.load(); }
+
+private:
+    void Run()
+    {
+        MessageParcel data;
+        data.WriteInterfaceToken(Descriptor::DEVICE_DETECT);
+        data.WriteString(SWITCH_ID);
+        std::vector<uint8_t> frame(32 + data.GetDataSize());
+        uint32_t header[8] = {static_cast<uint32_t>(data.GetDataSize()), 0x01015654u, 1, 0, 0,
+                              static_cast<uint32_t>(DeviceDetectRequestCode::GET_DEVICE_SWITCH), 0, 0};
+        std::memcpy(frame.data(), header, sizeof(header));
+        std::memcpy(frame.data() + 32, data.GetData(), data.GetDataSize());
+        std::string path = GetSystemAbilitySocketPath(SYNTAVO_DEVICE_DETECT_SA_ID);
+        while (!stop_) {
+            int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+            sockaddr_un address{};
+            address.sun_family = AF_UNIX;
+            std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+            timeval wait{0, 100 * 1000};
+            setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof(wait));
+            if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0) {
+                ++connections_;
+                for (uint64_t id = 1; !stop_; ++id) {
+                    std::memcpy(frame.data() + 8, &id, sizeof(id));
+                    ssize_t sent = send(fd, frame.data(), frame.size(), MSG_NOSIGNAL);
+                    if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+                        continue;  // held back; try again
+                    }
+                    if (sent != static_cast<ssize_t>(frame.size())) {
+                        break;  // given up on (or half a frame sent): connect anew
+                    }
+                }
+            }
+            close(fd);
+        }
+    }
+
+    std::atomic<bool> stop_{false};
+    std::atomic<int64_t> connections_{0};
+    std::thread thread_;
+};
+
+// The small call while another client floods the service; compare with
+// proxy/remote/GetDeviceSwitch.
+void RemoteSwitchBesideFlooder(benchmark::State& state)
+{
+    sptr<DeviceDetectProxy> proxy = RemoteProxy();
+    Flooder flooder;
+    for (auto _ : state) {
+        if (proxy->GetDeviceSwitch(SWITCH_ID) < 0) {
+            state.SkipWithError("GetDeviceSwitch failed");
+            break;
+        }
+    }
+    state.counters["flooder_connections"] = static_cast<double>(flooder.Connections());
+}
+BENCHMARK(RemoteSwitchBesideFlooder)->Name("proxy/remote/GetDeviceSwitch_beside_flooder")->UseRealTime();
 
 void RemoteList(benchmark::State& state)
 {

@@ -144,6 +144,7 @@ ratio("1024-device list across processes / raw ping-pong", "proxy/remote/GetTrus
 ratio("1024-device list across processes / ping-pong with poll+epoll", "proxy/remote/GetTrustedDeviceList/1024", "baseline/pingpong_poll_epoll/GetTrustedDeviceList_sizes/1024")
 ratio("1024-device list in process / memcpy of the reply", "proxy/inproc/GetTrustedDeviceList/1024", "baseline/memcpy")
 ratio("1024 DeviceInfo decode / memcpy of the reply", "codec/list/DeviceInfo/decode", "baseline/memcpy")
+ratio("small call beside a flooding client / small call alone", "proxy/remote/GetDeviceSwitch_beside_flooder", "proxy/remote/GetDeviceSwitch", 1.5)
 ratio("callback latency / raw ping-pong", "proxy/remote/callback_latency", "baseline/pingpong/GetDeviceSwitch_sizes")
 ratio("small call across processes / gRPC unary call of the same sizes", "proxy/remote/GetDeviceSwitch", "peer/grpc/unary_small_sizes")
 ratio("1024-device list across processes / gRPC unary call of the same 1024 records", "proxy/remote/GetTrustedDeviceList/1024", "peer/grpc/unary_TrustedDeviceList/1024", 0.125)

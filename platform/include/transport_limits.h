@@ -27,6 +27,13 @@ constexpr size_t MAX_FRAME_OBJECTS = 64;
 // fail, death recipients fire once), with one WARN line naming the pid.
 constexpr size_t MAX_OUTGOING_BYTES = 4 * (MAX_FRAME_DATA + 64 * 1024);
 
+// Bytes queued for a peer beyond which its socket is not read (while no
+// call of ours waits for a reply on the connection): a peer that sends
+// requests but leaves the answers unread is held back, instead of being
+// served at full speed into a queue it never empties. Reading starts again
+// once the peer has taken the queue below this.
+constexpr size_t PAUSE_READING_OUTGOING_BYTES = 64 * 1024;
+
 // Synchronous transactions of one connection that run at once. While a
 // connection is at this limit, or has transactions waiting for a slot, the
 // IPC threads do not read its socket: the back-pressure lands on that peer

@@ -473,7 +473,8 @@ void Connection::RunIncoming(IncomingCall& call)
 bool Connection::PausedLocked() const
 {
     bool atLimits = running_ >= MAX_RUNNING_TRANSACTIONS || !syncWaiting_.empty() ||
-                    oneWayQueue_.size() >= MAX_QUEUED_ONE_WAY;
+                    oneWayQueue_.size() >= MAX_QUEUED_ONE_WAY ||
+                    channel_.PendingOutputBytes() > PAUSE_READING_OUTGOING_BYTES;
     return atLimits && asyncCalls_.empty();
 }
 
@@ -861,7 +862,11 @@ void Connection::Flush()
 {
     if (channel_.Flush() == ByteChannel::FlushResult::FAILED) {
         Close("write failed");
+        return;
     }
+    // The peer took some of its backlog: it may be read again.
+    std::lock_guard<std::mutex> lock(mu_);
+    MaybeResumeLocked();
 }
 
 // --- closing ----------------------------------------------------------------

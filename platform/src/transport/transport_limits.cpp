@@ -11,6 +11,8 @@ const LimitInfo LIMITS[] = {
      "a request with more fails locally; a frame with more ends its connection"},
     {"MAX_OUTGOING_BYTES", MAX_OUTGOING_BYTES, "bytes",
      "a peer that leaves this much unread is disconnected as if it had died"},
+    {"PAUSE_READING_OUTGOING_BYTES", PAUSE_READING_OUTGOING_BYTES, "bytes",
+     "with this much unread, the peer's socket is not read until it reads"},
     {"MAX_RUNNING_TRANSACTIONS", MAX_RUNNING_TRANSACTIONS, "transactions",
      "at this many running, the peer's socket is not read until one finishes"},
     {"MAX_QUEUED_ONE_WAY", MAX_QUEUED_ONE_WAY, "transactions",

@@ -39,15 +39,27 @@ size_t HeapInUse()
 #endif
 }
 
-std::vector<uint8_t> Transaction(uint64_t callId, uint32_t code, int32_t value)
+// A transaction frame with an int32 as its data; with `object`, the data
+// starts with an object of the sender's (its id 5).
+std::vector<uint8_t> Transaction(uint64_t callId, uint32_t code, int32_t value, bool object = false)
 {
+    std::vector<uint32_t> words;
+    if (object) {
+        words.push_back(0);  // index 0 of the object table
+    }
+    words.push_back(static_cast<uint32_t>(value));
+    Transport::ObjectEntry entry{5, static_cast<uint8_t>(Transport::ObjectOwner::SENDER), {0, 0, 0}};
     Transport::FrameHeader header = Transport::MakeHeader(Transport::FrameKind::TRANSACTION);
-    header.length = sizeof(value);
+    header.objectCount = object ? 1 : 0;
+    header.length = static_cast<uint32_t>(words.size() * 4 + header.objectCount * sizeof(entry));
     header.callId = callId;
     header.code = code;
-    std::vector<uint8_t> frame(sizeof(header) + sizeof(value));
+    std::vector<uint8_t> frame(sizeof(header) + header.length);
     std::memcpy(frame.data(), &header, sizeof(header));
-    std::memcpy(frame.data() + sizeof(header), &value, sizeof(value));
+    std::memcpy(frame.data() + sizeof(header), words.data(), words.size() * 4);
+    if (object) {
+        std::memcpy(frame.data() + sizeof(header) + words.size() * 4, &entry, sizeof(entry));
+    }
     return frame;
 }
 
@@ -85,8 +97,11 @@ struct Misbehaviour {
     uint32_t code;
     int32_t value;
     int count;
+    // The calls carry an object of the peer's.
+    bool object;
     // The service gives up on the peer (its unread replies pass the
-    // outgoing limit); otherwise every call is answered in the end.
+    // outgoing limit); otherwise the peer is held back while it does not
+    // read, and every call is answered in the end.
     bool cutOff;
 };
 
@@ -96,9 +111,10 @@ void PrintTo(const Misbehaviour& row, std::ostream* out)
 }
 
 const Misbehaviour MISBEHAVIOURS[] = {
-    {"never reads its large replies", BIG_REPLY, 1000 * 1000, 12, true},
-    {"floods small calls and reads no answer", ECHO, 7, 2000, false},
-    {"keeps more calls running than it has slots", SLOW, 1, 24, false},
+    {"leaves its large answers unread", BIG_REPLY, 1000 * 1000, 12, false, false},
+    {"floods small calls and reads no answer", ECHO, 7, 2000, false, false},
+    {"keeps more calls running than it has slots", SLOW, 1, 24, false, false},
+    {"never reads the calls sent to it", PUSH, 40, 1, true, true},
 };
 
 class MisbehavingPeerTest : public PublishedServiceTest, public ::testing::WithParamInterface<Misbehaviour> {};
@@ -118,9 +134,14 @@ TEST_P(MisbehavingPeerTest, CostsOtherClientsNothing)
     uint64_t peerId = NewConnection(known);
     ASSERT_NE(peerId, 0u);
     std::atomic<bool> sent{false};
+    // All at once: the service reads them before its replies pile up.
     std::thread flooder([&] {
-        for (int i = 1; i <= row.count && RawSend(fd, Transaction(i, row.code, row.value).data(), 36); ++i) {
+        std::vector<uint8_t> all;
+        for (int i = 1; i <= row.count; ++i) {
+            std::vector<uint8_t> frame = Transaction(i, row.code, row.value, row.object);
+            all.insert(all.end(), frame.begin(), frame.end());
         }
+        RawSend(fd, all.data(), all.size());
         sent = true;
     });
     // The healthy client calls throughout; the peer never has more than

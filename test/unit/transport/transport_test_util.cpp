@@ -84,6 +84,20 @@ int32_t TestService::OnRemoteRequest(uint32_t code, MessageParcel& data, Message
             std::vector<uint8_t> bytes(static_cast<size_t>(std::max(data.ReadInt32(), 0)));
             return reply.WriteBuffer(bytes.data(), bytes.size()) ? IPC_OK : IPC_ERR_TOO_LARGE;
         }
+        case PUSH: {
+            sptr<IRemoteObject> object = data.ReadRemoteObject();
+            int32_t count = data.ReadInt32();
+            std::vector<uint8_t> padding(256 * 1024);
+            for (int32_t i = 0; object != nullptr && i < count; ++i) {
+                MessageParcel push;
+                MessageParcel none;
+                MessageOption oneWay(MessageOption::TF_ASYNC);
+                push.WriteInt32(i);
+                push.WriteBuffer(padding.data(), padding.size());
+                object->SendRequest(RECORD, push, none, oneWay);
+            }
+            return IPC_OK;
+        }
         case CALLER: {
             PeerIdentity caller = GetCallingIdentity();
             reply.WriteInt32(static_cast<int32_t>(caller.pid));

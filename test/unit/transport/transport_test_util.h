@@ -56,6 +56,9 @@ enum TestCode : uint32_t {
     BIG_REPLY = 11,
     // out: the calling pid, uid, and 1 when the call came over a connection.
     CALLER = 12,
+    // object, int32 n in -> sends the object n one-way RECORD calls of
+    // 256 KiB each.
+    PUSH = 13,
 };
 
 // The object the tests publish, in this process or in a helper.
