@@ -503,14 +503,14 @@ void Connection::TakeRoleLocked()
     UpdateArmLocked();
 }
 
-void Connection::ReleaseRole()
+void Connection::ReleaseRole(bool framesLeft)
 {
     std::lock_guard<std::mutex> lock(mu_);
     roleTaken_ = false;
-    HandOffReadingLocked();
+    HandOffReadingLocked(framesLeft);
 }
 
-void Connection::HandOffReadingLocked()
+void Connection::HandOffReadingLocked(bool framesLeft)
 {
     if (closed_ || roleTaken_) {
         return;
@@ -519,7 +519,18 @@ void Connection::HandOffReadingLocked()
         waiters_.front()->cv.notify_one();
         return;
     }
-    readingPaused_ = PausedLocked();
+    if (PausedLocked()) {
+        readingPaused_ = true;
+        UpdateArmLocked();
+        return;
+    }
+    readingPaused_ = false;
+    // Frames already read wait in the buffer, and no epoll event comes for
+    // bytes already read: a task takes them.
+    auto self = shared_from_this();
+    if (framesLeft && IpcRuntime::Get().Post([self]() { self->LeadFromIpcThread(); })) {
+        return;
+    }
     UpdateArmLocked();
 }
 
@@ -635,7 +646,7 @@ void Connection::Lead(ReadState& state, Clock::time_point deadline)
     if (closeReason != nullptr) {
         Close(closeReason);
     }
-    ReleaseRole();
+    ReleaseRole(state.paused && channel_.BufferedSize() > 0);
 }
 
 FrameError Connection::ProcessBuffered(ReadState& state)

@@ -137,10 +137,12 @@ private:
 
     // --- reading (the read role) ---
     void TakeRoleLocked();
-    void ReleaseRole();
+    // `framesLeft`: the holder stopped at the limits with bytes in the buffer.
+    void ReleaseRole(bool framesLeft = false);
     // Passes the read role on when it is free: to a waiting caller, else to
-    // the epoll set (unless the limits stop reading).
-    void HandOffReadingLocked();
+    // the epoll set (unless the limits stop reading), or to a task when
+    // frames already read wait in the buffer.
+    void HandOffReadingLocked(bool framesLeft = false);
     // An IPC thread takes the role if it is free and reads.
     void LeadFromIpcThread();
     void Lead(ReadState& state, Clock::time_point deadline);

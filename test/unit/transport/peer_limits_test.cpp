@@ -197,39 +197,42 @@ TEST_F(PublishedServiceTest, AnIdleConnectionCostsAFewKibAndGivesThemBack)
 {
     constexpr int COUNT = 200;
     const size_t baseline = GetConnections().size();
-    // Threads and the first connection's one-time costs come first.
-    {
-        int warm = RawSocket(GetSystemAbilitySocketPath(id_), false);
-        ASSERT_TRUE(RawSend(warm, Transaction(1, ECHO, 1).data(), 36));
-        std::vector<uint8_t> reply(40);
-        ASSERT_EQ(recv(warm, reply.data(), reply.size(), MSG_WAITALL), 40);
-        close(warm);
-        ASSERT_TRUE(WaitUntil([&] { return GetConnections().size() == baseline; }));
-    }
+    // Opens COUNT connections that make one call each (so that each has
+    // read something); returns the heap they hold once all are open.
+    auto open = [&](std::vector<int>& fds, size_t before) -> size_t {
+        for (int i = 0; i < COUNT; ++i) {
+            int fd = RawSocket(GetSystemAbilitySocketPath(id_), false);
+            std::vector<uint8_t> reply(40);
+            if (fd < 0 || !RawSend(fd, Transaction(1, ECHO, i).data(), 36) ||
+                recv(fd, reply.data(), reply.size(), MSG_WAITALL) != 40) {
+                ADD_FAILURE() << "connection " << i;
+                return 0;
+            }
+            fds.push_back(fd);
+        }
+        EXPECT_TRUE(WaitUntil([&] { return GetConnections().size() == baseline + COUNT; }));
+        return HeapInUse() - before;
+    };
+    // A first round pays for what stays once (IPC threads started under
+    // the load, the runtime's tables grown to the count).
     size_t before = HeapInUse();
-    std::vector<int> fds;
-    for (int i = 0; i < COUNT; ++i) {
-        int fd = RawSocket(GetSystemAbilitySocketPath(id_), false);
-        ASSERT_GE(fd, 0);
-        fds.push_back(fd);
-        // One call each, so that every connection has read something.
-        ASSERT_TRUE(RawSend(fd, Transaction(1, ECHO, i).data(), 36));
-        std::vector<uint8_t> reply(40);
-        ASSERT_EQ(recv(fd, reply.data(), reply.size(), MSG_WAITALL), 40);
+    for (int round = 0; round < 2; ++round) {
+        std::vector<int> fds;
+        size_t held = open(fds, before);
+        EXPECT_LT(held / COUNT, 8u * 1024) << "bytes of heap per idle connection";
+        for (int fd : fds) {
+            close(fd);
+        }
+        // The last connections may still be on their way out on IPC threads.
+        size_t kept = 0;
+        bool returned = WaitUntil([&] {
+            size_t now = HeapInUse();
+            kept = now > before ? now - before : 0;
+            return GetConnections().size() == baseline && (round == 0 || kept < 64u * 1024);
+        });
+        EXPECT_TRUE(returned) << kept << " bytes kept after the connections closed";
+        before = HeapInUse();
     }
-    ASSERT_TRUE(WaitUntil([&] { return GetConnections().size() == baseline + COUNT; }));
-    size_t perConnection = (HeapInUse() - before) / COUNT;
-    EXPECT_LT(perConnection, 8u * 1024) << "bytes of heap per idle connection";
-    for (int fd : fds) {
-        close(fd);
-    }
-    // The last connections may still be on their way out on IPC threads.
-    size_t kept = 0;
-    EXPECT_TRUE(WaitUntil([&] {
-        size_t now = HeapInUse();
-        kept = now > before ? now - before : 0;
-        return GetConnections().size() == baseline && kept < 64u * 1024;
-    })) << kept << " bytes kept after every connection closed";
 }
 
 }  // namespace
