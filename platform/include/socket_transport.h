@@ -21,6 +21,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -117,6 +118,35 @@ struct TransportCounters {
     // name ("MAX_OUTGOING_BYTES", ...).
     std::map<std::string, uint64_t> closedAtLimit;
 };
+
+// One frame as it crossed a connection of this process, for monitors: the
+// bytes exactly as on the wire (frame header, parcel data, object entries),
+// in up to three pieces.
+struct FrameEvent {
+    uint64_t connectionId = 0;
+    pid_t pid = 0;
+    int32_t systemAbilityId = -1;
+    // The connection was accepted by a published ability (its peer is a
+    // client of ours).
+    bool incomingConnection = false;
+    // The frame was read from the peer (true) or written to it (false).
+    bool received = false;
+    std::chrono::system_clock::time_point time;
+    struct Piece {
+        const uint8_t* data = nullptr;
+        size_t size = 0;
+    };
+    Piece pieces[3];
+    size_t pieceCount = 0;
+};
+// Called for every frame read or written on any connection of this process,
+// on the thread that reads or writes it, before the frame is handled or
+// written. It must copy what it needs and return at once, and must not call
+// the transport (the reading thread holds its connection's read role).
+using FrameObserver = std::function<void(const FrameEvent& frame)>;
+// Installs the observer; an empty function removes it. Without one, a frame
+// costs one relaxed atomic load.
+void SetFrameObserver(FrameObserver observer);
 
 std::vector<ConnectionInfo> GetConnections();
 // The last connections that ended, oldest first (at most 16).

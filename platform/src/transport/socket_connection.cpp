@@ -57,6 +57,21 @@ History& GetHistory()
     return *history;
 }
 
+// The process's frame observer. The flag spares the common case (nobody
+// observes) the lock.
+std::atomic<bool> g_observing{false};
+std::mutex g_observerMutex;
+std::shared_ptr<const FrameObserver> g_observer;
+
+std::shared_ptr<const FrameObserver> CurrentObserver()
+{
+    if (!g_observing.load(std::memory_order_relaxed)) {
+        return nullptr;
+    }
+    std::lock_guard<std::mutex> lock(g_observerMutex);
+    return g_observer;
+}
+
 void CountMalformed(FrameError error)
 {
     History& history = GetHistory();
@@ -665,6 +680,8 @@ FrameError Connection::ProcessBuffered(ReadState& state)
             }
             break;
         }
+        FrameEvent::Piece whole{channel_.Buffered(), frameSize};
+        Observe(true, &whole, 1);
         error = ProcessFrame(header, channel_.Buffered() + sizeof(FrameHeader), state);
         if (error != FrameError::NONE) {
             return error;
@@ -821,6 +838,11 @@ int32_t Connection::SendFrame(const FrameHeader& header, const uint8_t* data, si
     if (!entries.empty()) {
         pieces[count++] = {const_cast<ObjectEntry*>(entries.data()), entries.size() * sizeof(ObjectEntry)};
     }
+    FrameEvent::Piece observed[3];
+    for (size_t i = 0; i < count; ++i) {
+        observed[i] = {static_cast<const uint8_t*>(pieces[i].iov_base), pieces[i].iov_len};
+    }
+    Observe(false, observed, count);
     switch (channel_.Send(pieces, count)) {
         case ByteChannel::SendResult::SENT:
             return IPC_OK;
@@ -842,6 +864,24 @@ int32_t Connection::SendFrame(const FrameHeader& header, const uint8_t* data, si
             break;
     }
     return IPC_ERR_DEAD_OBJECT;
+}
+
+void Connection::Observe(bool received, const FrameEvent::Piece* pieces, size_t count)
+{
+    std::shared_ptr<const FrameObserver> observer = CurrentObserver();
+    if (observer == nullptr) {
+        return;
+    }
+    FrameEvent event;
+    event.connectionId = peer_.connectionId;
+    event.pid = peer_.pid;
+    event.systemAbilityId = systemAbilityId_;
+    event.incomingConnection = incoming_;
+    event.received = received;
+    event.time = std::chrono::system_clock::now();
+    event.pieceCount = std::min<size_t>(count, 3);
+    std::copy(pieces, pieces + event.pieceCount, event.pieces);
+    (*observer)(event);
 }
 
 void Connection::SendReply(uint64_t callId, int32_t status, MessageParcel& reply)
@@ -993,6 +1033,19 @@ TransportStats GetTransportStats()
 }
 
 }  // namespace Transport
+
+void SetFrameObserver(FrameObserver observer)
+{
+    std::shared_ptr<const FrameObserver> installed;
+    if (observer) {
+        installed = std::make_shared<const FrameObserver>(std::move(observer));
+    }
+    std::lock_guard<std::mutex> lock(Transport::g_observerMutex);
+    Transport::g_observer.swap(installed);
+    Transport::g_observing.store(Transport::g_observer != nullptr, std::memory_order_relaxed);
+    // The previous observer goes here, after the lock; a thread that copied
+    // it a moment ago keeps it alive until its call returns.
+}
 
 std::vector<ConnectionInfo> GetConnections()
 {

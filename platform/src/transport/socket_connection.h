@@ -180,6 +180,8 @@ private:
     int32_t SendFrame(const FrameHeader& header, const uint8_t* data, size_t size,
                       const std::vector<ObjectEntry>& entries);
     void SendReply(uint64_t callId, int32_t status, MessageParcel& reply);
+    // Hands the frame to the process's frame observer, if there is one.
+    void Observe(bool received, const FrameEvent::Piece* pieces, size_t count);
     void Flush();
 
     ByteChannel channel_;

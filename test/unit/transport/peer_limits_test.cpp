@@ -2,7 +2,8 @@
 // process, while a well-behaved client of the same service keeps calling:
 // whatever one peer does, the other's calls are answered, and the
 // misbehaving peer alone is held back or cut off. And what a connection
-// costs in memory, and that it gives it back.
+// costs in memory, and that it gives it back; and what the transport shows
+// of itself to a monitor.
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -11,6 +12,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <mutex>
+#include <string>
 #include <thread>
 
 #include "ipc_status.h"
@@ -233,6 +236,39 @@ TEST_F(PublishedServiceTest, AnIdleConnectionCostsAFewKibAndGivesThemBack)
         EXPECT_TRUE(returned) << kept << " bytes kept after the connections closed";
         before = HeapInUse();
     }
+}
+
+// Both ends of one call, seen by the process's frame observer: the request
+// written by the client and read by the service, the reply the other way.
+TEST_F(PublishedServiceTest, TheFrameObserverSeesEveryFrameAsOnTheWire)
+{
+    sptr<IRemoteObject> remote = ConnectSystemAbility(id_);
+    ASSERT_NE(remote, nullptr);
+    std::mutex mutex;
+    std::vector<std::string> seen;
+    SetFrameObserver([&](const FrameEvent& frame) {
+        std::vector<uint8_t> bytes;
+        for (size_t i = 0; i < frame.pieceCount; ++i) {
+            bytes.insert(bytes.end(), frame.pieces[i].data, frame.pieces[i].data + frame.pieces[i].size);
+        }
+        Transport::FrameHeader header{};
+        std::memcpy(&header, bytes.data(), sizeof(header));
+        int32_t first = 0;
+        std::memcpy(&first, bytes.data() + sizeof(header), sizeof(first));
+        std::lock_guard<std::mutex> lock(mutex);
+        seen.push_back(std::string(frame.incomingConnection ? "service " : "client ") +
+                       (frame.received ? "read " : "wrote ") + std::to_string(header.kind) + " " +
+                       std::to_string(header.code) + " " + std::to_string(first) + " " +
+                       std::to_string(bytes.size() == sizeof(header) + header.length));
+    });
+    int32_t answer = 0;
+    EXPECT_EQ(Echo(remote, 42, &answer), IPC_OK);
+    SetFrameObserver(nullptr);
+    EXPECT_EQ(Echo(remote, 43, &answer), IPC_OK);
+    std::lock_guard<std::mutex> lock(mutex);
+    std::sort(seen.begin(), seen.end());
+    EXPECT_EQ(seen, (std::vector<std::string>{"client read 2 0 42 1", "client wrote 1 1 42 1", "service read 1 1 42 1",
+                                              "service wrote 2 0 42 1"}));
 }
 
 }  // namespace
