@@ -98,23 +98,33 @@ TEST_F(FloodTest, AClientThatNeverReadsCostsTheOthersNothing)
 
     int fd = Connect();
     ASSERT_GE(fd, 0);
-    std::atomic<bool> flooded{false};
+    // The service stops reading the flooder once its answers pile up; the
+    // flooder then waits in send() until the test shuts its socket.
+    std::vector<uint8_t> flood;
+    for (uint64_t id = 1; id <= FLOOD; ++id) {
+        std::vector<uint8_t> frame = ListRequest(id);
+        flood.insert(flood.end(), frame.begin(), frame.end());
+    }
     std::thread flooder([&] {
-        for (uint64_t id = 1; id <= FLOOD && SendAll(fd, ListRequest(id)); ++id) {
+        for (size_t at = 0; at < flood.size();) {
+            ssize_t sent = send(fd, flood.data() + at, flood.size() - at, MSG_NOSIGNAL);
+            if (sent <= 0) {
+                break;
+            }
+            at += static_cast<size_t>(sent);
         }
-        flooded = true;
     });
-    uint64_t calls = 0;
     uint64_t failures = 0;
     uint64_t peakKb = idleKb;
-    // Calls during the flood, and as many again after it.
-    for (uint64_t after = 0; after < 200; after += flooded ? 1 : 0) {
-        ++calls;
+    constexpr uint64_t CALLS = 500;
+    for (uint64_t call = 0; call < CALLS; ++call) {
         failures += proxy->GetDeviceSwitch("udid-car-0001") == status ? 0 : 1;
         peakKb = std::max(peakKb, ResidentKb(daemon_->Pid()));
     }
+    shutdown(fd, SHUT_RDWR);
     flooder.join();
     close(fd);
+    const uint64_t calls = CALLS;
     EXPECT_EQ(failures, 0u) << "of " << calls << " calls";
     if (CHECK_RESIDENT_SIZE) {
         EXPECT_LT(peakKb - idleKb, 32 * MIB_KB) << "kB more than idle while flooded";
