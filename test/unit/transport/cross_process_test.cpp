@@ -228,7 +228,7 @@ TEST_F(CrossProcessTest, AsyncCallsHoldNoThreadAndEndWithTheAnswerOrTheConnectio
     EXPECT_EQ(GetTransportStats().pendingCalls, static_cast<size_t>(count));
     std::atomic<bool> ran{false};
     ASSERT_TRUE(Transport::IpcRuntime::Get().Post([&ran] { ran = true; }));
-    EXPECT_TRUE(WaitUntil([&] { return ran.load(); }, std::chrono::seconds(2))) << "the IPC threads are all waiting";
+    EXPECT_TRUE(WaitUntil([&] { return ran.load(); }, std::chrono::seconds(5))) << "the IPC threads are all waiting";
     EXPECT_EQ(outcomeCount(), 0u);
     helper_.Signal(SIGCONT);
     ASSERT_TRUE(WaitUntil([&] { return outcomeCount() == static_cast<size_t>(count); }));
