@@ -88,6 +88,26 @@ void StartScenario(Sim::ScenarioPlayer& player, Sim::Simulator& simulator, const
     });
 }
 
+// A daemon told nothing about its folder (no --runtime-dir, TAVIK_RUNTIME_DIR
+// or XDG_RUNTIME_DIR; systemd-socket-activate passes none of them on) serves
+// in the folder of the socket its supervisor made, when that socket has the
+// ability's name. Told something, it checks the socket against that.
+void AdoptSupervisorFolder(int fd)
+{
+    auto isSet = [](const char* name) {
+        const char* value = std::getenv(name);
+        return value != nullptr && *value != '\0';
+    };
+    if (isSet("TAVIK_RUNTIME_DIR") || isSet("XDG_RUNTIME_DIR")) {
+        return;
+    }
+    std::string path = DeviceDetectDaemon::BoundPath(fd);
+    std::string name = "/sa-" + std::to_string(SYNTAVO_DEVICE_DETECT_SA_ID) + ".sock";
+    if (path.size() > name.size() && path.compare(path.size() - name.size(), name.size(), name) == 0) {
+        setenv("TAVIK_RUNTIME_DIR", path.substr(0, path.size() - name.size()).c_str(), 1);
+    }
+}
+
 std::string StatusLine(Sim::Simulator& simulator)
 {
     Sim::World world = simulator.Snapshot();
@@ -207,13 +227,16 @@ int main(int argc, char** argv)
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
     Sim::EmbeddedService service(world);
-    std::string socketPath = GetSystemAbilitySocketPath(SYNTAVO_DEVICE_DETECT_SA_ID);
     std::string passError;
     int passed = DeviceDetectDaemon::TakePassedSocket(passError);
     if (passed == DeviceDetectDaemon::BAD_PASSED_SOCKETS) {
         std::cerr << "devicedetectd: " << passError << "\n";
         return EXIT_PUBLISH_FAILED;
     }
+    if (passed >= 0) {
+        AdoptSupervisorFolder(passed);
+    }
+    std::string socketPath = GetSystemAbilitySocketPath(SYNTAVO_DEVICE_DETECT_SA_ID);
     PublishStatus published = passed >= 0
                                   ? PublishSystemAbilityOnSocket(SYNTAVO_DEVICE_DETECT_SA_ID, service.Object(), passed)
                                   : PublishSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID, service.Object());

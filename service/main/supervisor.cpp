@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
@@ -111,6 +112,18 @@ int TakePassedSocket(std::string& error)
         return BAD_PASSED_SOCKETS;
     }
     return LISTEN_FDS_START;
+}
+
+std::string BoundPath(int fd)
+{
+    sockaddr_un address{};
+    socklen_t length = sizeof(address);
+    if (getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0 || address.sun_family != AF_UNIX ||
+        length <= offsetof(sockaddr_un, sun_path) || address.sun_path[0] == '\0') {
+        return "";
+    }
+    size_t size = length - offsetof(sockaddr_un, sun_path);
+    return std::string(address.sun_path, strnlen(address.sun_path, size));
 }
 
 bool SupervisorListens()

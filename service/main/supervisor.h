@@ -20,6 +20,9 @@ constexpr int BAD_PASSED_SOCKETS = -2;
 // removed either way, so nothing this process starts takes them for its own.
 int TakePassedSocket(std::string& error);
 
+// The path a Unix socket is bound to; empty for any other descriptor.
+std::string BoundPath(int fd);
+
 // True when a supervisor listens for notifications (NOTIFY_SOCKET is set).
 bool SupervisorListens();
 

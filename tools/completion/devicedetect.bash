@@ -58,7 +58,10 @@ _devicedetect_device_ids()
     local cli=$1 runtime_dir=$2
     local -a args=(sim show --json)
     [[ -n $runtime_dir ]] && args=(--runtime-dir "$runtime_dir" "${args[@]}")
+    # The world file, indented: only the ids under "devices", not the local
+    # device's.
     timeout 2 "$cli" "${args[@]}" 2>/dev/null |
+        awk '/^  "/ { on = ($0 ~ /^  "devices"/) } on' |
         grep -oE '"(udid|networkId)"[[:space:]]*:[[:space:]]*"[A-Za-z0-9._@+-]+"' |
         sed -E 's/.*"([^"]*)"$/\1/' | sort -u
 }
