@@ -101,7 +101,9 @@ protected:
         spec.args.push_back(GetParam());
         spec.outFile = dir_.Path() + "/daemon.out";
         spec.errFile = dir_.Path() + "/daemon.out";
-        return daemon_.Start(spec);
+        // It says so once it listens, before any client may come.
+        return daemon_.Start(spec) &&
+               WaitUntil([this] { return Output().find("Listening on") != std::string::npos || daemon_.Exited(); });
     }
     // systemd-socket-activate starts the daemon on the first connection
     // (or datagram) to the socket at `path`.
@@ -122,7 +124,7 @@ protected:
     {
         std::vector<std::string> all{DEVICEDETECT_PATH, "--runtime-dir", runtime_};
         all.insert(all.end(), args.begin(), args.end());
-        return Run(all);
+        return ::Tavik::Test::Run(all);
     }
 
     TempDir dir_;
@@ -148,7 +150,9 @@ TEST_P(ActivationTest, ServesThePassedSocketAndReportsItsState)
 
     // A watching client and a change of the world show in the status line.
     ChildProcess watch;
-    ASSERT_TRUE(watch.Start(ChildSpec({DEVICEDETECT_PATH, "--runtime-dir", runtime_, "watch", "--timeout", "60"})));
+    ChildSpec watchSpec({DEVICEDETECT_PATH, "--runtime-dir", runtime_, "watch", "--timeout", "60"});
+    watchSpec.outFile = dir_.Path() + "/watch.out";
+    ASSERT_TRUE(watch.Start(watchSpec));
     ASSERT_EQ(Cli({"sim", "online", "udid-car-0001"}).exitCode, 0);
     EXPECT_EQ(notify.WaitFor("STATUS=serving 8 devices (6 online), 1 client"),
               "STATUS=serving 8 devices (6 online), 1 client");

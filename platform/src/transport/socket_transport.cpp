@@ -9,8 +9,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstddef>
 #include <chrono>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -405,14 +405,16 @@ PublishStatus PublishSystemAbilityOnSocket(int32_t systemAbilityId, const sptr<I
     // probe would only reach our own socket.
     std::string why = CheckPassedSocket(listenFd, publication.socketPath);
     int flags = fcntl(listenFd, F_GETFL);
-    if (why.empty() && (flags < 0 || fcntl(listenFd, F_SETFL, flags | O_NONBLOCK) != 0 ||
-                        fcntl(listenFd, F_SETFD, FD_CLOEXEC) != 0 || chmod(publication.socketPath.c_str(), 0600) != 0)) {
+    if (why.empty() &&
+        (flags < 0 || fcntl(listenFd, F_SETFL, flags | O_NONBLOCK) != 0 || fcntl(listenFd, F_SETFD, FD_CLOEXEC) != 0 ||
+         chmod(publication.socketPath.c_str(), 0600) != 0)) {
         why = std::string("unusable: ") + std::strerror(errno);
     }
     if (!why.empty()) {
-        TRANSPORT_LOGE("cannot publish sa %{public}d on the passed socket (fd %{public}d): it is %{public}s, not a "
-                       "listening Unix stream socket at %{public}s",
-                       systemAbilityId, listenFd, why.c_str(), publication.socketPath.c_str());
+        TRANSPORT_LOGE(
+            "cannot publish sa %{public}d on the passed socket (fd %{public}d): it is %{public}s, not a "
+            "listening Unix stream socket at %{public}s",
+            systemAbilityId, listenFd, why.c_str(), publication.socketPath.c_str());
         close(listenFd);
         close(publication.lockFd);
         return PublishStatus::SOCKET_MISMATCH;
