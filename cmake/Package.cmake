@@ -18,10 +18,18 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 # the component dependencies below, as exact versions, since the packages
 # are built and installed together.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# dpkg-shlibdeps finds our own libraries in the build tree, and leaves them
+# to the component dependencies.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_COMPONENTS_ALL platform client testing dev tools)
+# The library packages run ldconfig through the trigger Debian expects.
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+foreach(component PLATFORM CLIENT TESTING)
+  set(CPACK_DEBIAN_${component}_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
+endforeach()
 
 set(CPACK_DEBIAN_PLATFORM_PACKAGE_NAME libtavik-platform${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_PLATFORM_PACKAGE_SECTION libs)

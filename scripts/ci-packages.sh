@@ -56,10 +56,11 @@ done
 # and the headers in -dev, units, man pages and completion with the tools.
 contains() # PACKAGE PATH...
 {
-    local deb=("$out/$1"_*.deb) path
+    local deb=("$out/$1"_*.deb) path listing
     shift
+    listing=$(dpkg-deb -c "${deb[0]}")
     for path in "$@"; do
-        dpkg-deb -c "${deb[0]}" | grep -qE " \./usr/$path\$" || fail "${deb[0]##*/} lacks /usr/$path"
+        grep -qE " \./usr/$path\$" <<<"$listing" || fail "${deb[0]##*/} lacks /usr/$path"
     done
 }
 contains libtavik-platform0 'lib/libtavik_platform\.so\.0\.[0-9.]+' 'lib/libtavik_platform\.so\.0 -> .*'
@@ -73,7 +74,7 @@ contains devicedetect 'bin/devicedetectd' 'bin/devicedetect' 'lib/systemd/user/d
 
 echo "== lintian"
 # Errors fail; warnings and the rest are shown.
-lintian --fail-on error --no-tag-display-limit "${debs[@]}" | tee "$build/lintian.log" || fail "lintian reports errors"
+lintian --fail-on error --tag-display-limit 0 "${debs[@]}" | tee "$build/lintian.log" || fail "lintian reports errors"
 
 echo "== apt-get install ./*.deb"
 apt-get purge -y -qq "${packages[@]}" >/dev/null 2>&1 || true
@@ -84,7 +85,8 @@ devicedetect --version
 devicedetectd --version
 grep -q "^ExecStart=/usr/bin/devicedetectd$" /usr/lib/systemd/user/devicedetectd.service || fail "ExecStart"
 if readelf -d /usr/bin/devicedetect | grep -qE 'RPATH|RUNPATH'; then fail "/usr/bin/devicedetect has a RUNPATH"; fi
-MANPAGER=cat MANWIDTH=80 man devicedetectd 2>/dev/null | grep -q '^devicedetectd(8)' || fail "man devicedetectd"
+man_text=$(MANPAGER=cat MANWIDTH=80 man devicedetectd 2>/dev/null || true)
+grep -q '^devicedetectd(8)' <<<"$man_text" || fail "man devicedetectd"
 
 echo "== devicedetect demo"
 devicedetect demo >"$build/demo.log" 2>&1 || { cat "$build/demo.log"; fail "devicedetect demo"; }
