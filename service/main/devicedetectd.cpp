@@ -226,7 +226,7 @@ int main(int argc, char** argv)
     sigaddset(&stopSignals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
-    Sim::EmbeddedService service(world);
+    // Before any other thread runs: both change the environment.
     std::string passError;
     int passed = DeviceDetectDaemon::TakePassedSocket(passError);
     if (passed == DeviceDetectDaemon::BAD_PASSED_SOCKETS) {
@@ -236,6 +236,7 @@ int main(int argc, char** argv)
     if (passed >= 0) {
         AdoptSupervisorFolder(passed);
     }
+    Sim::EmbeddedService service(world);
     std::string socketPath = GetSystemAbilitySocketPath(SYNTAVO_DEVICE_DETECT_SA_ID);
     PublishStatus published = passed >= 0
                                   ? PublishSystemAbilityOnSocket(SYNTAVO_DEVICE_DETECT_SA_ID, service.Object(), passed)
