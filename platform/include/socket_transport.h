@@ -17,9 +17,13 @@
 #ifndef TAVIK_PLATFORM_SOCKET_TRANSPORT_H
 #define TAVIK_PLATFORM_SOCKET_TRANSPORT_H
 
-#include <cstddef>
+#include <sys/types.h>
+
+#include <chrono>
 #include <cstdint>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "iremote_object.h"
 
@@ -68,10 +72,6 @@ PublishStatus PublishSystemAbilityOnSocket(int32_t systemAbilityId, const sptr<I
 // False when this process has not published the id.
 bool UnpublishSystemAbility(int32_t systemAbilityId);
 
-// Connections the published ability's server has open right now; 0 when
-// this process does not publish the id. For status lines and tests.
-size_t GetSystemAbilityConnectionCount(int32_t systemAbilityId);
-
 // Ends the connection named by `connectionId` (PeerIdentity::connectionId)
 // as if its peer had died: its pending calls fail, and the proxies of the
 // peer's objects call their death recipients. For a service that gives up on
@@ -82,6 +82,59 @@ bool DisconnectPeer(uint64_t connectionId, const char* reason);
 // answers. The connection is kept and reused by later calls for the same id
 // while it lives.
 sptr<IRemoteObject> ConnectSystemAbility(int32_t systemAbilityId);
+
+// --- what the transport is doing, for tools that show a process's inside ---
+
+// One open connection of this process.
+struct ConnectionInfo {
+    // PeerIdentity::connectionId.
+    uint64_t id = 0;
+    pid_t pid = 0;
+    uid_t uid = 0;
+    // The ability served (incoming) or reached (outgoing); -1 when unknown.
+    int32_t systemAbilityId = -1;
+    // Accepted by a published ability (a client of ours), or made by this
+    // process (a server of ours).
+    bool incoming = false;
+    std::chrono::system_clock::time_point since;
+    // The peer's synchronous transactions running now, and those waiting
+    // (synchronous for a slot, one-way for their turn).
+    size_t transactionsRunning = 0;
+    size_t transactionsWaiting = 0;
+    // Bytes queued for a peer that does not read fast enough.
+    size_t outgoingBytes = 0;
+    // Our calls waiting for the peer's reply.
+    size_t pendingCalls = 0;
+    size_t exportedObjects = 0;
+    size_t importedObjects = 0;
+};
+
+// A connection that ended, and why.
+struct ClosedConnectionInfo {
+    ConnectionInfo connection;
+    std::chrono::system_clock::time_point closedAt;
+    std::string reason;
+};
+
+// Counters since the process started.
+struct TransportCounters {
+    uint64_t accepted = 0;
+    // Connections that ended, for any reason, on either side.
+    uint64_t closed = 0;
+    // Peers whose credentials were refused (another user), or whose
+    // credentials could not be read.
+    uint64_t refused = 0;
+    // Malformed frames, by reason ("BAD_MAGIC", "OVERLOAD", ...).
+    std::map<std::string, uint64_t> malformed;
+    // Connections closed because the peer passed a limit, by the limit's
+    // name ("MAX_OUTGOING_BYTES", ...).
+    std::map<std::string, uint64_t> closedAtLimit;
+};
+
+std::vector<ConnectionInfo> GetConnections();
+// The last connections that ended, oldest first (at most 16).
+std::vector<ClosedConnectionInfo> GetRecentlyClosed();
+TransportCounters GetTransportCounters();
 
 }  // namespace Tavik
 

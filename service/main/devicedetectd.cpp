@@ -2,7 +2,9 @@
 // 70635 over the Unix-socket transport from a simulated world of devices
 // until SIGTERM or SIGINT, on a socket of its own or on one its supervisor
 // passed (socket activation), telling the supervisor when it is ready.
+#include <malloc.h>
 #include <pthread.h>
+#include <sys/resource.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -17,6 +19,7 @@
 
 #include "device_detect_request_code.h"
 #include "embedded_service.h"
+#include "memory_return.h"
 #include "scenario.h"
 #include "sim_status.h"
 #include "socket_transport.h"
@@ -111,7 +114,10 @@ void AdoptSupervisorFolder(int fd)
 std::string StatusLine(Sim::Simulator& simulator)
 {
     Sim::World world = simulator.Snapshot();
-    size_t clients = GetSystemAbilityConnectionCount(SYNTAVO_DEVICE_DETECT_SA_ID);
+    size_t clients = 0;
+    for (const ConnectionInfo& connection : GetConnections()) {
+        clients += connection.incoming && connection.systemAbilityId == SYNTAVO_DEVICE_DETECT_SA_ID ? 1 : 0;
+    }
     return "serving " + std::to_string(world.devices.size()) + " devices (" + std::to_string(CountOnline(world)) +
            " online), " + std::to_string(clients) + (clients == 1 ? " client" : " clients");
 }
@@ -159,6 +165,17 @@ private:
     bool stopping_ = false;
     std::thread thread_;
 };
+
+// Every client holds a descriptor of ours: serve as many as the system lets
+// this process have, not the shell's default soft limit.
+void RaiseDescriptorLimit()
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
 
 }  // namespace
 
@@ -236,7 +253,12 @@ int main(int argc, char** argv)
     if (passed >= 0) {
         AdoptSupervisorFolder(passed);
     }
+    RaiseDescriptorLimit();
+    // One allocator arena per IPC thread would keep a heap per thread that
+    // is never given back in full; the service's threads allocate little.
+    mallopt(M_ARENA_MAX, 2);
     Sim::EmbeddedService service(world);
+    Sim::MemoryReturner memoryReturner;
     std::string socketPath = GetSystemAbilitySocketPath(SYNTAVO_DEVICE_DETECT_SA_ID);
     PublishStatus published = passed >= 0
                                   ? PublishSystemAbilityOnSocket(SYNTAVO_DEVICE_DETECT_SA_ID, service.Object(), passed)

@@ -36,17 +36,14 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "transport_limits.h"
+
 namespace Tavik {
 namespace Transport {
 
 #if !defined(__BYTE_ORDER__) || __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
 #error "the frame structs are copied as they are and assume a little-endian host"
 #endif
-
-// Parcel data of one frame; matches Parcel::DEFAULT_MAX_CAPACITY.
-constexpr size_t MAX_FRAME_DATA = 1024 * 1024;
-// Remote objects in one frame.
-constexpr size_t MAX_FRAME_OBJECTS = 64;
 
 constexpr uint8_t FRAME_MAGIC_0 = 'T';
 constexpr uint8_t FRAME_MAGIC_1 = 'V';

@@ -16,7 +16,6 @@ namespace Transport {
 namespace {
 
 constexpr uint64_t TASK_KEY = ~static_cast<uint64_t>(0);
-constexpr uint32_t ARMED_EVENTS = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
 
 }  // namespace
 
@@ -51,7 +50,7 @@ uint64_t IpcRuntime::ReserveKey()
     return nextKey_.fetch_add(1);
 }
 
-bool IpcRuntime::Register(uint64_t key, const std::shared_ptr<Pollable>& pollable, int fd)
+bool IpcRuntime::Register(uint64_t key, const std::shared_ptr<Pollable>& pollable, int fd, uint32_t events)
 {
     if (epollFd_ < 0 || pollable == nullptr) {
         return false;
@@ -61,7 +60,7 @@ bool IpcRuntime::Register(uint64_t key, const std::shared_ptr<Pollable>& pollabl
         pollables_[key] = pollable;
     }
     epoll_event event{};
-    event.events = ARMED_EVENTS;
+    event.events = events | EPOLLONESHOT;
     event.data.u64 = key;
     if (epoll_ctl(epollFd_, EPOLL_CTL_ADD, fd, &event) != 0) {
         TRANSPORT_LOGE("epoll_ctl add failed: %{public}s", std::strerror(errno));
@@ -78,18 +77,10 @@ bool IpcRuntime::Register(uint64_t key, const std::shared_ptr<Pollable>& pollabl
     return true;
 }
 
-bool IpcRuntime::Arm(uint64_t key, int fd)
+bool IpcRuntime::Arm(uint64_t key, int fd, uint32_t events)
 {
     epoll_event event{};
-    event.events = ARMED_EVENTS;
-    event.data.u64 = key;
-    return epoll_ctl(epollFd_, EPOLL_CTL_MOD, fd, &event) == 0;
-}
-
-bool IpcRuntime::Disarm(uint64_t key, int fd)
-{
-    epoll_event event{};
-    event.events = EPOLLONESHOT;
+    event.events = events | EPOLLONESHOT;
     event.data.u64 = key;
     return epoll_ctl(epollFd_, EPOLL_CTL_MOD, fd, &event) == 0;
 }

@@ -24,10 +24,10 @@
 #include <unordered_map>
 #include <vector>
 
+#include "transport_limits.h"
+
 namespace Tavik {
 namespace Transport {
-
-constexpr size_t MAX_IPC_THREADS = 8;
 
 // Something with a socket in the epoll set: a listener or a connection.
 class Pollable {
@@ -37,8 +37,8 @@ public:
     Pollable(const Pollable&) = delete;
     Pollable& operator=(const Pollable&) = delete;
 
-    // Runs on an IPC thread once per armed event; the socket stays disarmed
-    // until Arm is called again.
+    // Runs on an IPC thread once per armed event, with the events that
+    // fired; the socket stays disarmed until Arm is called again.
     virtual void OnReady(uint32_t events) = 0;
 };
 
@@ -49,12 +49,11 @@ public:
     // A key for Register; taken first so that the pollable knows its key
     // before its first event can arrive.
     uint64_t ReserveKey();
-    // Adds fd to the set, armed, and keeps `pollable` alive until
-    // Unregister.
-    bool Register(uint64_t key, const std::shared_ptr<Pollable>& pollable, int fd);
-    // Re-arms (events) or disarms (no events) a registered socket.
-    bool Arm(uint64_t key, int fd);
-    bool Disarm(uint64_t key, int fd);
+    // Adds fd to the set, armed for `events` (EPOLLIN, EPOLLOUT, ...), and
+    // keeps `pollable` alive until Unregister.
+    bool Register(uint64_t key, const std::shared_ptr<Pollable>& pollable, int fd, uint32_t events);
+    // Arms a registered socket for `events`; 0 disarms it.
+    bool Arm(uint64_t key, int fd, uint32_t events);
     // Removes fd from the set and drops the runtime's reference. Safe to
     // call from OnReady of the same pollable.
     void Unregister(uint64_t key, int fd);

@@ -2,14 +2,15 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <deque>
 #include <new>
 
 #include "ipc_status.h"
@@ -25,12 +26,8 @@ namespace Transport {
 
 namespace {
 
-// Bytes asked of the kernel per read; a frame larger than this grows the
-// buffer to exactly its size, which CheckHeader has bounded.
-constexpr size_t READ_CHUNK = 64 * 1024;
-// Replies and releases are written by IPC threads that no caller waits on;
-// a peer that takes no bytes for this long is cut off.
-constexpr auto BACKGROUND_WRITE_TIMEOUT = std::chrono::seconds(10);
+constexpr uint32_t READ_EVENTS = EPOLLIN | EPOLLRDHUP;
+constexpr size_t CLOSED_HISTORY = 16;
 
 int RemainingMilliseconds(Connection::Clock::time_point deadline)
 {
@@ -45,10 +42,53 @@ int RemainingMilliseconds(Connection::Clock::time_point deadline)
     return remaining > INT_MAX ? INT_MAX : static_cast<int>(remaining);
 }
 
+// Counters and the recently closed connections of the whole process.
+// Immortal, like the IPC runtime: connections may close during static
+// destruction.
+struct History {
+    std::mutex mutex;
+    TransportCounters counters;
+    std::deque<ClosedConnectionInfo> closed;
+};
+
+History& GetHistory()
+{
+    static auto* history = new History();
+    return *history;
+}
+
+void CountMalformed(FrameError error)
+{
+    History& history = GetHistory();
+    std::lock_guard<std::mutex> lock(history.mutex);
+    ++history.counters.malformed[FrameErrorToString(error)];
+}
+
+void CountClosedAtLimit(const char* limit)
+{
+    History& history = GetHistory();
+    std::lock_guard<std::mutex> lock(history.mutex);
+    ++history.counters.closedAtLimit[limit];
+}
+
 }  // namespace
 
-// A caller blocked in Transact. Lives on the caller's stack; every field is
-// guarded by mu_.
+void CountAccepted()
+{
+    History& history = GetHistory();
+    std::lock_guard<std::mutex> lock(history.mutex);
+    ++history.counters.accepted;
+}
+
+void CountRefused()
+{
+    History& history = GetHistory();
+    std::lock_guard<std::mutex> lock(history.mutex);
+    ++history.counters.refused;
+}
+
+// A caller of Transact (on its stack, `onDone` empty) or of TransactAsync
+// (owned by asyncCalls_ until it ends). Every field is guarded by mu_.
 struct Connection::PendingCall {
     uint64_t id = 0;
     std::condition_variable cv;
@@ -62,8 +102,8 @@ struct Connection::PendingCall {
     // Bytes of a reply that the reply parcel refused, else 0.
     size_t refusedSize = 0;
     std::vector<sptr<IRemoteObject>> objects;
-    // A call made with TransactAsync: nobody waits, `done` is posted to an
-    // IPC thread when the call ends, and `reply` points at ownReply.
+    // An asynchronous call: nobody waits; the handler is posted to an IPC
+    // thread when the call ends, and `reply` points at ownReply.
     IRemoteObject::ReplyHandler onDone;
     MessageParcel ownReply;
 };
@@ -74,6 +114,7 @@ struct Connection::IncomingCall {
     uint64_t callId = 0;
     uint32_t code = 0;
     uint32_t flags = 0;
+    size_t bytes = 0;
     // The request, with its object table, as the target will read it.
     MessageParcel data;
 };
@@ -86,13 +127,16 @@ struct Connection::ReadState {
     // An IPC thread's own work, run after it gave the role back.
     std::shared_ptr<IncomingCall> inlineCall;
     bool drainOneWay = false;
+    // An IPC thread stops at the connection's limits.
+    bool paused = false;
     // Objects whose last reference may go: released outside the role.
     std::vector<sptr<IRemoteObject>> graveyard;
 
     bool HasOwnWork() const { return inlineCall != nullptr || drainOneWay; }
 };
 
-std::shared_ptr<Connection> Connection::Create(int fd, const sptr<IRemoteObject>& root, std::string name)
+std::shared_ptr<Connection> Connection::Create(int fd, const sptr<IRemoteObject>& root, std::string name,
+                                               int32_t systemAbilityId)
 {
     int flags = fcntl(fd, F_GETFL);
     if (flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0) {
@@ -100,14 +144,11 @@ std::shared_ptr<Connection> Connection::Create(int fd, const sptr<IRemoteObject>
         close(fd);
         return nullptr;
     }
-    std::shared_ptr<Connection> connection(new (std::nothrow) Connection(fd, std::move(name)));
+    std::shared_ptr<Connection> connection(new (std::nothrow)
+                                               Connection(fd, root, std::move(name), systemAbilityId));
     if (connection == nullptr) {
         close(fd);
         return nullptr;
-    }
-    if (root != nullptr) {
-        connection->exports_[ROOT_OBJECT_ID] = Export{root, 0};
-        connection->exportIds_[root.GetRefPtr()] = ROOT_OBJECT_ID;
     }
     IpcRuntime& runtime = IpcRuntime::Get();
     connection->key_ = runtime.ReserveKey();
@@ -119,48 +160,54 @@ std::shared_ptr<Connection> Connection::Create(int fd, const sptr<IRemoteObject>
     connection->peer_.connectionId = connection->key_;
     {
         std::lock_guard<std::mutex> lock(connection->mu_);
-        connection->armed_ = true;
+        connection->armedEvents_ = READ_EVENTS;
     }
-    if (!runtime.Register(connection->key_, connection, fd)) {
+    if (!runtime.Register(connection->key_, connection, fd, READ_EVENTS)) {
         connection->closed_ = true;
+        connection->channel_.CloseOutput();
         return nullptr;
     }
     TRANSPORT_LOGD("connection %{public}s open", connection->name_.c_str());
     return connection;
 }
 
-Connection::Connection(int fd, std::string name) : fd_(fd), name_(std::move(name)), in_(READ_CHUNK) {}
-
-Connection::~Connection()
+Connection::Connection(int fd, const sptr<IRemoteObject>& root, std::string name, int32_t systemAbilityId)
+    : channel_(fd),
+      tables_(this, root),
+      name_(std::move(name)),
+      systemAbilityId_(systemAbilityId),
+      incoming_(root != nullptr),
+      since_(std::chrono::system_clock::now())
 {
-    close(fd_);
 }
+
+Connection::~Connection() = default;
 
 // --- calls ------------------------------------------------------------------
 
-int32_t Connection::Transact(uint32_t target, uint32_t code, MessageParcel& data, MessageParcel& reply,
-                             MessageOption& option)
+bool Connection::StartCall(const std::shared_ptr<PendingCall>& owned, PendingCall& call, uint32_t target,
+                           uint32_t code, MessageParcel& data, bool oneWay, int32_t* status)
 {
+    *status = IPC_ERR_DEAD_OBJECT;
     if (closed_) {
-        return IPC_ERR_DEAD_OBJECT;
+        return false;
     }
     size_t size = data.GetDataSize();
     if (size > MAX_FRAME_DATA || data.GetObjectCount() > MAX_FRAME_OBJECTS) {
         TRANSPORT_LOGW("request of %{public}zu bytes and %{public}zu objects exceeds the frame limit", size,
                        data.GetObjectCount());
-        return IPC_ERR_TOO_LARGE;
+        *status = IPC_ERR_TOO_LARGE;
+        return false;
     }
     if (size % 4 != 0) {
         TRANSPORT_LOGW("request size %{public}zu is not a multiple of 4", size);
-        return IPC_ERR_INVALID_DATA;
+        *status = IPC_ERR_INVALID_DATA;
+        return false;
     }
-    bool oneWay = (option.GetFlags() & MessageOption::TF_ASYNC) != 0;
-    int waitSeconds = option.GetWaitTime() > 0 ? option.GetWaitTime() : MessageOption::TF_WAIT_TIME;
-    Clock::time_point deadline = Clock::now() + std::chrono::seconds(waitSeconds);
-
     std::vector<ObjectEntry> entries;
-    if (!ExportObjects(data.GetObjects(), entries)) {
-        return closed_ ? IPC_ERR_DEAD_OBJECT : IPC_ERR_INVALID_DATA;
+    if (!tables_.Export(data.GetObjects(), entries)) {
+        *status = closed_ ? IPC_ERR_DEAD_OBJECT : IPC_ERR_INVALID_DATA;
+        return false;
     }
     FrameHeader header = MakeHeader(FrameKind::TRANSACTION);
     header.target = target;
@@ -168,29 +215,40 @@ int32_t Connection::Transact(uint32_t target, uint32_t code, MessageParcel& data
     header.flags = oneWay ? MessageOption::TF_ASYNC : 0;
     header.objectCount = static_cast<uint16_t>(entries.size());
     header.length = static_cast<uint32_t>(size + entries.size() * sizeof(ObjectEntry));
-
-    PendingCall call;
-    call.reply = &reply;
     if (!oneWay) {
         std::lock_guard<std::mutex> lock(mu_);
-        if (!closed_) {
-            call.id = nextCallId_++;
-            header.callId = call.id;
-            pending_[call.id] = &call;
+        if (closed_) {
+            return false;
+        }
+        call.id = nextCallId_++;
+        header.callId = call.id;
+        pending_[call.id] = &call;
+        if (owned != nullptr) {
+            asyncCalls_[call.id] = owned;
+            // The reply has to be read even if the peer's transactions
+            // stopped the IPC threads from reading.
+            MaybeResumeLocked();
         }
     }
-    bool nothingWritten = false;
-    int32_t status = IPC_ERR_DEAD_OBJECT;
-    if (oneWay || call.id != 0) {
-        status = WriteFrame(&header, data.GetData(), size, entries, deadline, &nothingWritten);
-    }
-    if (status != IPC_OK) {
-        if (!oneWay) {
+    // A failed send closes the connection, which drops the exports and fails
+    // the call registered above.
+    *status = SendFrame(header, data.GetData(), size, entries);
+    return *status == IPC_OK;
+}
+
+int32_t Connection::Transact(uint32_t target, uint32_t code, MessageParcel& data, MessageParcel& reply,
+                             MessageOption& option)
+{
+    bool oneWay = (option.GetFlags() & MessageOption::TF_ASYNC) != 0;
+    int waitSeconds = option.GetWaitTime() > 0 ? option.GetWaitTime() : MessageOption::TF_WAIT_TIME;
+    Clock::time_point deadline = Clock::now() + std::chrono::seconds(waitSeconds);
+    PendingCall call;
+    call.reply = &reply;
+    int32_t status = IPC_OK;
+    if (!StartCall(nullptr, call, target, code, data, oneWay, &status)) {
+        if (call.id != 0) {
             std::lock_guard<std::mutex> lock(mu_);
             pending_.erase(call.id);
-        }
-        if (nothingWritten) {
-            Unexport(entries);
         }
         return status;
     }
@@ -212,91 +270,30 @@ int32_t Connection::Transact(uint32_t target, uint32_t code, MessageParcel& data
 void Connection::TransactAsync(uint32_t target, uint32_t code, MessageParcel& data, MessageOption& option,
                                IRemoteObject::ReplyHandler done)
 {
-    auto fail = [&done](int32_t status) {
-        MessageParcel empty;
-        if (done) {
-            done(status, empty);
-        }
-    };
-    size_t size = data.GetDataSize();
-    if (closed_) {
-        return fail(IPC_ERR_DEAD_OBJECT);
-    }
-    if ((option.GetFlags() & MessageOption::TF_ASYNC) != 0 || size % 4 != 0) {
-        return fail(IPC_ERR_INVALID_DATA);
-    }
-    if (size > MAX_FRAME_DATA || data.GetObjectCount() > MAX_FRAME_OBJECTS) {
-        TRANSPORT_LOGW("request of %{public}zu bytes and %{public}zu objects exceeds the frame limit", size,
-                       data.GetObjectCount());
-        return fail(IPC_ERR_TOO_LARGE);
-    }
-    std::vector<ObjectEntry> entries;
-    if (!ExportObjects(data.GetObjects(), entries)) {
-        return fail(closed_ ? IPC_ERR_DEAD_OBJECT : IPC_ERR_INVALID_DATA);
-    }
     auto call = std::make_shared<PendingCall>();
     call->reply = &call->ownReply;
     call->onDone = std::move(done);
-    FrameHeader header = MakeHeader(FrameKind::TRANSACTION);
-    header.target = target;
-    header.code = code;
-    header.objectCount = static_cast<uint16_t>(entries.size());
-    header.length = static_cast<uint32_t>(size + entries.size() * sizeof(ObjectEntry));
-    {
-        std::lock_guard<std::mutex> lock(mu_);
-        if (!closed_) {
-            call->id = nextCallId_++;
-            header.callId = call->id;
-            pending_[call->id] = call.get();
-            asyncCalls_[call->id] = call;
-        }
-    }
-    if (call->id == 0) {
-        Unexport(entries);
-        return fail(IPC_ERR_DEAD_OBJECT);
-    }
-    bool nothingWritten = false;
-    int32_t status = WriteFrame(&header, data.GetData(), size, entries,
-                                Clock::now() + std::chrono::seconds(MessageOption::TF_WAIT_TIME), &nothingWritten);
-    if (status != IPC_OK) {
-        if (nothingWritten) {
-            Unexport(entries);
-        }
-        std::shared_ptr<PendingCall> mine;
-        {
-            std::lock_guard<std::mutex> lock(mu_);
-            pending_.erase(call->id);
-            auto it = asyncCalls_.find(call->id);
-            if (it != asyncCalls_.end()) {
-                mine = std::move(it->second);
-                asyncCalls_.erase(it);
-            }
-        }
-        // Close() may have taken the call already and posted its completion.
-        if (mine != nullptr) {
-            fail(status);
-        }
-    }
-}
-
-void Connection::CompleteAsyncLocked(PendingCall* call)
-{
-    auto it = asyncCalls_.find(call->id);
-    if (it == asyncCalls_.end()) {
+    int32_t status = IPC_ERR_INVALID_DATA;
+    bool oneWay = (option.GetFlags() & MessageOption::TF_ASYNC) != 0;
+    if (!oneWay && StartCall(call, *call, target, code, data, false, &status)) {
         return;
     }
-    std::shared_ptr<PendingCall> owned = std::move(it->second);
-    asyncCalls_.erase(it);
-    // The handler is user code: it runs on an IPC thread, with no lock held.
-    IpcRuntime::Get().Post([owned]() {
-        owned->reply->SetObjects(std::move(owned->objects));
-        int32_t status = owned->transportStatus != IPC_OK ? owned->transportStatus
-                         : owned->refusedSize != 0       ? IPC_ERR_TOO_LARGE
-                                                         : owned->remoteStatus;
-        if (owned->onDone) {
-            owned->onDone(status, *owned->reply);
+    // Not started, or started and ended by the close its failure caused (the
+    // close posted the handler then).
+    std::shared_ptr<PendingCall> mine;
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        pending_.erase(call->id);
+        auto it = asyncCalls_.find(call->id);
+        if (it != asyncCalls_.end()) {
+            mine = std::move(it->second);
+            asyncCalls_.erase(it);
         }
-    });
+    }
+    if ((mine != nullptr || call->id == 0) && call->onDone) {
+        MessageParcel empty;
+        call->onDone(status, empty);
+    }
 }
 
 int32_t Connection::AwaitReply(PendingCall& call, Clock::time_point deadline)
@@ -345,20 +342,110 @@ int32_t Connection::AwaitReply(PendingCall& call, Clock::time_point deadline)
 
 void Connection::RememberAbandonedLocked(uint64_t callId)
 {
+    if (abandonedOrder_.empty()) {
+        abandonedOrder_.assign(MAX_ABANDONED_CALLS, 0);
+    }
+    uint64_t& slot = abandonedOrder_[abandonedNext_];
+    if (slot != 0) {
+        abandoned_.erase(slot);
+    }
+    slot = callId;
     abandoned_.insert(callId);
-    abandonedOrder_.push_back(callId);
-    if (abandonedOrder_.size() > MAX_ABANDONED_CALLS) {
-        abandoned_.erase(abandonedOrder_.front());
-        abandonedOrder_.pop_front();
+    abandonedNext_ = (abandonedNext_ + 1) % MAX_ABANDONED_CALLS;
+}
+
+void Connection::CompleteAsyncLocked(PendingCall* call)
+{
+    auto it = asyncCalls_.find(call->id);
+    if (it == asyncCalls_.end()) {
+        return;
+    }
+    std::shared_ptr<PendingCall> owned = std::move(it->second);
+    asyncCalls_.erase(it);
+    // The handler is user code: it runs on an IPC thread, with no lock held.
+    auto run = [owned]() {
+        owned->reply->SetObjects(std::move(owned->objects));
+        int32_t status = owned->transportStatus != IPC_OK ? owned->transportStatus
+                         : owned->refusedSize != 0       ? IPC_ERR_TOO_LARGE
+                                                         : owned->remoteStatus;
+        if (owned->onDone) {
+            owned->onDone(status, *owned->reply);
+        }
+    };
+    if (!IpcRuntime::Get().Post(run)) {
+        TRANSPORT_LOGE("no IPC thread for the reply handler of a call on %{public}s", name_.c_str());
     }
 }
 
-void Connection::Dispatch(const std::shared_ptr<IncomingCall>& call)
+size_t Connection::PendingCallCount() const
 {
-    auto self = shared_from_this();
-    if (!IpcRuntime::Get().Post([self, call]() { self->RunIncoming(*call); })) {
-        TRANSPORT_LOGE("no IPC thread for a call on %{public}s", name_.c_str());
-        FinishIncoming();
+    std::lock_guard<std::mutex> lock(mu_);
+    return pending_.size();
+}
+
+// --- the peer's transactions ------------------------------------------------
+
+FrameError Connection::AcceptLocked(const std::shared_ptr<IncomingCall>& call, bool& runNow, bool& startDrain)
+{
+    runNow = false;
+    startDrain = false;
+    if (syncWaiting_.size() + oneWayQueue_.size() >= HARD_INCOMING_LIMIT ||
+        queuedIncomingBytes_ + call->bytes > MAX_QUEUED_INCOMING_BYTES) {
+        return FrameError::OVERLOAD;
+    }
+    if (call->callId == 0) {
+        oneWayQueue_.push_back(call);
+        queuedIncomingBytes_ += call->bytes;
+        startDrain = !oneWayRunning_;
+        oneWayRunning_ = true;
+    } else if (running_ < MAX_RUNNING_TRANSACTIONS) {
+        ++running_;
+        runNow = true;
+    } else {
+        syncWaiting_.push_back(call);
+        queuedIncomingBytes_ += call->bytes;
+    }
+    return FrameError::NONE;
+}
+
+void Connection::RunSync(std::shared_ptr<IncomingCall> call)
+{
+    // The thread that finishes a transaction takes the next waiting one, so
+    // the connection never has more than its slots' worth of threads.
+    while (call != nullptr) {
+        RunIncoming(*call);
+        call = nullptr;
+        std::lock_guard<std::mutex> lock(mu_);
+        if (!syncWaiting_.empty() && !closed_) {
+            call = std::move(syncWaiting_.front());
+            syncWaiting_.pop_front();
+            queuedIncomingBytes_ -= call->bytes;
+        } else {
+            --running_;
+            MaybeResumeLocked();
+        }
+    }
+}
+
+void Connection::DrainOneWay()
+{
+    // One-way calls of a connection run one after another, in the order they
+    // arrived; those queued when the connection closed still run (a peer may
+    // well send its last request and hang up).
+    for (;;) {
+        std::shared_ptr<IncomingCall> call;
+        {
+            std::lock_guard<std::mutex> lock(mu_);
+            if (oneWayQueue_.empty()) {
+                oneWayRunning_ = false;
+                MaybeResumeLocked();
+                return;
+            }
+            call = std::move(oneWayQueue_.front());
+            oneWayQueue_.pop_front();
+            queuedIncomingBytes_ -= call->bytes;
+        }
+        RunIncoming(*call);
     }
 }
 
@@ -379,78 +466,40 @@ void Connection::RunIncoming(IncomingCall& call)
     if (call.callId != 0) {
         SendReply(call.callId, status, reply);
     }
-    FinishIncoming();
-}
-
-void Connection::DrainOneWay()
-{
-    // One-way calls of a connection run one after another, in the order they
-    // arrived.
-    for (;;) {
-        std::shared_ptr<IncomingCall> call;
-        {
-            std::lock_guard<std::mutex> lock(mu_);
-            if (oneWayQueue_.empty()) {
-                oneWayRunning_ = false;
-                return;
-            }
-            call = std::move(oneWayQueue_.front());
-            oneWayQueue_.pop_front();
-        }
-        RunIncoming(*call);
-    }
-}
-
-void Connection::FinishIncoming()
-{
-    std::lock_guard<std::mutex> lock(mu_);
-    --incoming_;
-    if (throttled_ && incoming_ < SOFT_INCOMING_LIMIT) {
-        throttled_ = false;
-        HandOffReadingLocked();
-    }
-}
-
-void Connection::SendReply(uint64_t callId, int32_t status, MessageParcel& reply)
-{
-    FrameHeader header = MakeHeader(FrameKind::REPLY);
-    header.callId = callId;
-    header.code = static_cast<uint32_t>(status);
-    const uint8_t* data = reply.GetData();
-    size_t size = reply.GetDataSize();
-    std::vector<ObjectEntry> entries;
-    if (size > MAX_FRAME_DATA || reply.GetObjectCount() > MAX_FRAME_OBJECTS || size % 4 != 0) {
-        TRANSPORT_LOGW("reply of %{public}zu bytes and %{public}zu objects cannot be sent", size,
-                       reply.GetObjectCount());
-        header.code = static_cast<uint32_t>(IPC_ERR_TOO_LARGE);
-        size = 0;
-    } else if (!ExportObjects(reply.GetObjects(), entries)) {
-        if (closed_) {
-            return;
-        }
-        header.code = static_cast<uint32_t>(IPC_ERR_INVALID_DATA);
-        size = 0;
-    }
-    header.objectCount = static_cast<uint16_t>(entries.size());
-    header.length = static_cast<uint32_t>(size + entries.size() * sizeof(ObjectEntry));
-    bool nothingWritten = false;
-    if (WriteFrame(&header, data, size, entries, Clock::now() + BACKGROUND_WRITE_TIMEOUT, &nothingWritten) != IPC_OK &&
-        nothingWritten) {
-        Unexport(entries);
-    }
 }
 
 // --- reading ----------------------------------------------------------------
+
+bool Connection::PausedLocked() const
+{
+    bool atLimits = running_ >= MAX_RUNNING_TRANSACTIONS || !syncWaiting_.empty() ||
+                    oneWayQueue_.size() >= MAX_QUEUED_ONE_WAY;
+    return atLimits && asyncCalls_.empty();
+}
+
+void Connection::UpdateArmLocked()
+{
+    uint32_t wanted = 0;
+    if (!closed_) {
+        if (!roleTaken_ && waiters_.empty() && !readingPaused_) {
+            wanted |= READ_EVENTS;
+        }
+        if (channel_.HasPendingOutput()) {
+            wanted |= EPOLLOUT;
+        }
+    }
+    if (wanted != armedEvents_ && !closed_) {
+        IpcRuntime::Get().Arm(key_, channel_.Fd(), wanted);
+        armedEvents_ = wanted;
+    }
+}
 
 void Connection::TakeRoleLocked()
 {
     roleTaken_ = true;
     // A caller reads with poll(); an armed socket would also wake an IPC
     // thread for every reply.
-    if (armed_) {
-        IpcRuntime::Get().Disarm(key_, fd_);
-        armed_ = false;
-    }
+    UpdateArmLocked();
 }
 
 void Connection::ReleaseRole()
@@ -469,31 +518,65 @@ void Connection::HandOffReadingLocked()
         waiters_.front()->cv.notify_one();
         return;
     }
-    if (incoming_ >= SOFT_INCOMING_LIMIT) {
-        throttled_ = true;
+    readingPaused_ = PausedLocked();
+    UpdateArmLocked();
+}
+
+void Connection::MaybeResumeLocked()
+{
+    if (!readingPaused_ || PausedLocked() || closed_) {
         return;
     }
-    if (!armed_) {
-        armed_ = IpcRuntime::Get().Arm(key_, fd_);
+    readingPaused_ = false;
+    if (roleTaken_) {
+        return;  // the role holder hands off when it is done
+    }
+    if (!waiters_.empty()) {
+        waiters_.front()->cv.notify_one();
+        return;
+    }
+    // The input buffer may already hold the frames that paused reading, and
+    // no epoll event comes for bytes already read: a task reads them.
+    auto self = shared_from_this();
+    if (!IpcRuntime::Get().Post([self]() { self->LeadFromIpcThread(); })) {
+        UpdateArmLocked();
     }
 }
 
-void Connection::OnReady(uint32_t /* events */)
+void Connection::OnReady(uint32_t events)
 {
     {
         std::lock_guard<std::mutex> lock(mu_);
-        armed_ = false;
-        if (closed_ || roleTaken_) {
-            // A caller reads; it re-arms when it is done.
+        armedEvents_ = 0;
+    }
+    if ((events & (EPOLLOUT | EPOLLERR | EPOLLHUP)) != 0 && channel_.HasPendingOutput()) {
+        Flush();
+    }
+    if ((events & (EPOLLIN | EPOLLRDHUP | EPOLLERR | EPOLLHUP)) != 0) {
+        LeadFromIpcThread();
+        return;
+    }
+    std::lock_guard<std::mutex> lock(mu_);
+    UpdateArmLocked();
+}
+
+void Connection::LeadFromIpcThread()
+{
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        if (closed_ || roleTaken_ || !waiters_.empty() || readingPaused_) {
+            // Whoever holds or gets the role, or frees a slot, reads.
+            UpdateArmLocked();
             return;
         }
         roleTaken_ = true;
+        UpdateArmLocked();
     }
     ReadState state;
     Lead(state, Clock::time_point::max());
     state.graveyard.clear();
     if (state.inlineCall != nullptr) {
-        RunIncoming(*state.inlineCall);
+        RunSync(std::move(state.inlineCall));
     } else if (state.drainOneWay) {
         DrainOneWay();
     }
@@ -506,10 +589,11 @@ void Connection::Lead(ReadState& state, Clock::time_point deadline)
         FrameError error = ProcessBuffered(state);
         if (error != FrameError::NONE) {
             TRANSPORT_LOGW("malformed frame from %{public}s: %{public}s", name_.c_str(), FrameErrorToString(error));
+            CountMalformed(error);
             closeReason = FrameErrorToString(error);
             break;
         }
-        if (state.selfDone || state.HasOwnWork()) {
+        if (state.selfDone || state.HasOwnWork() || state.paused) {
             break;
         }
         if (state.self != nullptr) {
@@ -517,7 +601,7 @@ void Connection::Lead(ReadState& state, Clock::time_point deadline)
             if (timeout == 0) {
                 break;
             }
-            pollfd pfd{fd_, POLLIN, 0};
+            pollfd pfd{channel_.Fd(), POLLIN, 0};
             int ready = poll(&pfd, 1, timeout);
             if (ready == 0) {
                 continue;  // the deadline check above ends the stint
@@ -527,7 +611,7 @@ void Connection::Lead(ReadState& state, Clock::time_point deadline)
                 break;
             }
         }
-        ssize_t count = ReadSome();
+        ssize_t count = channel_.ReadSome();
         if (count > 0) {
             continue;
         }
@@ -544,7 +628,7 @@ void Connection::Lead(ReadState& state, Clock::time_point deadline)
             }
             continue;
         }
-        closeReason = "read failed";
+        closeReason = errno == ENOMEM ? "out of memory for a frame" : "read failed";
         break;
     }
     if (closeReason != nullptr) {
@@ -553,69 +637,27 @@ void Connection::Lead(ReadState& state, Clock::time_point deadline)
     ReleaseRole();
 }
 
-ssize_t Connection::ReadSome()
-{
-    if (in_.size() - inEnd_ < READ_CHUNK / 4) {
-        if (inStart_ > 0) {
-            std::memmove(in_.data(), in_.data() + inStart_, inEnd_ - inStart_);
-            inEnd_ -= inStart_;
-            inStart_ = 0;
-        }
-        if (in_.size() - inEnd_ < READ_CHUNK / 4) {
-            in_.resize(inEnd_ + READ_CHUNK);
-        }
-    }
-    ssize_t count = recv(fd_, in_.data() + inEnd_, in_.size() - inEnd_, MSG_DONTWAIT);
-    if (count > 0) {
-        inEnd_ += static_cast<size_t>(count);
-    }
-    return count;
-}
-
-void Connection::ReserveInput(size_t frameSize)
-{
-    if (in_.size() - inStart_ >= frameSize) {
-        return;
-    }
-    std::memmove(in_.data(), in_.data() + inStart_, inEnd_ - inStart_);
-    inEnd_ -= inStart_;
-    inStart_ = 0;
-    if (in_.size() < frameSize) {
-        // Exactly the frame: growing by resize alone would round up to twice
-        // the old size.
-        in_.reserve(frameSize);
-        in_.resize(frameSize);
-    }
-}
-
 FrameError Connection::ProcessBuffered(ReadState& state)
 {
-    while (inEnd_ - inStart_ >= sizeof(FrameHeader)) {
+    while (!state.paused && channel_.BufferedSize() >= sizeof(FrameHeader)) {
         FrameHeader header;
-        std::memcpy(&header, in_.data() + inStart_, sizeof(header));
+        std::memcpy(&header, channel_.Buffered(), sizeof(header));
         FrameError error = CheckHeader(header);
         if (error != FrameError::NONE) {
             return error;
         }
         size_t frameSize = sizeof(FrameHeader) + header.length;
-        if (inEnd_ - inStart_ < frameSize) {
-            ReserveInput(frameSize);
+        if (channel_.BufferedSize() < frameSize) {
+            if (!channel_.ReserveFrame(frameSize)) {
+                return FrameError::OVERLOAD;
+            }
             break;
         }
-        error = ProcessFrame(header, in_.data() + inStart_ + sizeof(FrameHeader), state);
+        error = ProcessFrame(header, channel_.Buffered() + sizeof(FrameHeader), state);
         if (error != FrameError::NONE) {
             return error;
         }
-        inStart_ += frameSize;
-    }
-    if (inStart_ == inEnd_) {
-        inStart_ = 0;
-        inEnd_ = 0;
-        // Give back what a large frame made the buffer grow to.
-        if (in_.size() > 4 * READ_CHUNK) {
-            in_.resize(READ_CHUNK);
-            in_.shrink_to_fit();
-        }
+        channel_.Consume(frameSize);
     }
     return FrameError::NONE;
 }
@@ -623,82 +665,90 @@ FrameError Connection::ProcessBuffered(ReadState& state)
 FrameError Connection::ProcessFrame(const FrameHeader& header, const uint8_t* body, ReadState& state)
 {
     size_t dataSize = FrameDataSize(header);
-    const auto* entryBytes = body + dataSize;
-    std::vector<ObjectEntry> entries(header.objectCount);
+    ObjectEntry entries[MAX_FRAME_OBJECTS];
     if (header.objectCount > 0) {
-        std::memcpy(entries.data(), entryBytes, entries.size() * sizeof(ObjectEntry));
+        std::memcpy(entries, body + dataSize, header.objectCount * sizeof(ObjectEntry));
     }
     switch (static_cast<FrameKind>(header.kind)) {
         case FrameKind::TRANSACTION: {
             auto call = std::make_shared<IncomingCall>();
-            {
-                std::lock_guard<std::mutex> lock(mu_);
-                auto it = exports_.find(header.target);
-                if (it == exports_.end()) {
-                    return FrameError::UNKNOWN_OBJECT;
-                }
-                call->target = it->second.object;
+            FrameError error = tables_.FindTarget(header.target, call->target);
+            if (error != FrameError::NONE) {
+                return error;
             }
             std::vector<sptr<IRemoteObject>> objects;
-            FrameError error = ImportObjects(entries.data(), entries.size(), objects);
+            error = tables_.Import(shared_from_this(), entries, header.objectCount, objects);
             if (error != FrameError::NONE) {
+                for (auto& object : objects) {
+                    state.graveyard.push_back(std::move(object));
+                }
                 return error;
             }
             call->callId = header.callId;
             call->code = header.code;
             call->flags = header.flags;
+            call->bytes = sizeof(FrameHeader) + header.length;
             // CheckHeader bounded the size by the frame limit, which is a
             // parcel's default capacity, so this copy cannot be refused.
             call->data.ParseFrom(body, dataSize);
             call->data.SetObjects(std::move(objects));
-            bool oneWay = header.callId == 0;
+            bool runNow = false;
             bool startDrain = false;
             {
                 std::lock_guard<std::mutex> lock(mu_);
-                if (incoming_ >= HARD_INCOMING_LIMIT) {
-                    return FrameError::OVERLOAD;
+                if (closed_) {
+                    return FrameError::NONE;
                 }
-                ++incoming_;
-                if (oneWay) {
-                    oneWayQueue_.push_back(std::move(call));
-                    startDrain = !oneWayRunning_;
-                    oneWayRunning_ = true;
+                error = AcceptLocked(call, runNow, startDrain);
+                if (error != FrameError::NONE) {
+                    return error;
                 }
+                // An IPC thread leaves the rest for later once the
+                // connection is at its limits; a caller reads on for its
+                // reply.
+                state.paused = state.self == nullptr && PausedLocked();
             }
             // An IPC thread keeps its first piece of work; a caller, or an
             // IPC thread that already has work, hands it on.
             bool keep = state.self == nullptr && !state.HasOwnWork();
-            if (oneWay) {
-                if (startDrain && keep) {
+            auto self = shared_from_this();
+            if (startDrain) {
+                if (keep) {
                     state.drainOneWay = true;
-                } else if (startDrain) {
-                    auto self = shared_from_this();
-                    IpcRuntime::Get().Post([self]() { self->DrainOneWay(); });
+                } else if (!IpcRuntime::Get().Post([self]() { self->DrainOneWay(); })) {
+                    TRANSPORT_LOGE("no IPC thread for one-way calls on %{public}s", name_.c_str());
                 }
-            } else if (keep) {
-                state.inlineCall = std::move(call);
-            } else {
-                Dispatch(call);
+            } else if (runNow) {
+                if (keep) {
+                    state.inlineCall = std::move(call);
+                } else if (!IpcRuntime::Get().Post([self, call]() { self->RunSync(call); })) {
+                    TRANSPORT_LOGE("no IPC thread for a call on %{public}s", name_.c_str());
+                    std::lock_guard<std::mutex> lock(mu_);
+                    --running_;
+                }
             }
             return FrameError::NONE;
         }
         case FrameKind::REPLY: {
             std::vector<sptr<IRemoteObject>> objects;
-            FrameError error = ImportObjects(entries.data(), entries.size(), objects);
+            FrameError error = tables_.Import(shared_from_this(), entries, header.objectCount, objects);
             if (error != FrameError::NONE) {
+                for (auto& object : objects) {
+                    state.graveyard.push_back(std::move(object));
+                }
                 return error;
             }
             std::lock_guard<std::mutex> lock(mu_);
             auto it = pending_.find(header.callId);
             if (it == pending_.end()) {
-                if (abandoned_.erase(header.callId) == 0) {
-                    return FrameError::UNEXPECTED_REPLY;
-                }
-                // A late reply to a call that timed out.
+                // The objects go after the lock, in the graveyard.
                 for (auto& object : objects) {
                     state.graveyard.push_back(std::move(object));
                 }
-                return FrameError::NONE;
+                if (abandoned_.erase(header.callId) == 0) {
+                    return FrameError::UNEXPECTED_REPLY;
+                }
+                return FrameError::NONE;  // a late reply to a call that timed out
             }
             PendingCall* call = it->second;
             pending_.erase(it);
@@ -719,309 +769,113 @@ FrameError Connection::ProcessFrame(const FrameHeader& header, const uint8_t* bo
             }
             return FrameError::NONE;
         }
-        case FrameKind::RELEASE: {
-            std::lock_guard<std::mutex> lock(mu_);
-            auto it = exports_.find(header.target);
-            if (it == exports_.end() || header.code > it->second.sentReferences) {
-                return FrameError::UNKNOWN_OBJECT;
-            }
-            it->second.sentReferences -= header.code;
-            if (it->second.sentReferences == 0) {
-                exportIds_.erase(it->second.object.GetRefPtr());
-                state.graveyard.push_back(std::move(it->second.object));
-                exports_.erase(it);
-            }
-            return FrameError::NONE;
-        }
+        case FrameKind::RELEASE:
+            return tables_.Release(header.target, header.code, state.graveyard);
     }
     return FrameError::BAD_KIND;
 }
 
 // --- objects ----------------------------------------------------------------
 
-bool Connection::ExportObjects(const std::vector<sptr<IRemoteObject>>& objects, std::vector<ObjectEntry>& entries)
-{
-    for (const auto& object : objects) {
-        if (object == nullptr) {
-            TRANSPORT_LOGW("null entry in a parcel's object table");
-            return false;
-        }
-    }
-    entries.clear();
-    entries.reserve(objects.size());
-    std::lock_guard<std::mutex> lock(mu_);
-    if (closed_) {
-        return false;
-    }
-    for (const auto& object : objects) {
-        ObjectEntry entry{};
-        auto* proxy = dynamic_cast<SocketProxy*>(object.GetRefPtr());
-        if (proxy != nullptr && proxy->GetConnection().get() == this) {
-            entry.owner = static_cast<uint8_t>(ObjectOwner::RECEIVER);
-            entry.id = proxy->GetId();
-        } else {
-            entry.owner = static_cast<uint8_t>(ObjectOwner::SENDER);
-            entry.id = ExportLocked(object);
-        }
-        entries.push_back(entry);
-    }
-    return true;
-}
-
-uint32_t Connection::ExportLocked(const sptr<IRemoteObject>& object)
-{
-    auto known = exportIds_.find(object.GetRefPtr());
-    if (known != exportIds_.end()) {
-        if (known->second != ROOT_OBJECT_ID) {
-            ++exports_[known->second].sentReferences;
-        }
-        return known->second;
-    }
-    uint32_t id = 0;
-    do {
-        id = nextExportId_++;
-    } while (id == ROOT_OBJECT_ID || exports_.count(id) != 0);
-    exports_[id] = Export{object, 1};
-    exportIds_[object.GetRefPtr()] = id;
-    return id;
-}
-
-void Connection::Unexport(const std::vector<ObjectEntry>& entries)
-{
-    std::vector<sptr<IRemoteObject>> dropped;
-    std::lock_guard<std::mutex> lock(mu_);
-    for (const auto& entry : entries) {
-        if (entry.owner != static_cast<uint8_t>(ObjectOwner::SENDER) || entry.id == ROOT_OBJECT_ID) {
-            continue;
-        }
-        auto it = exports_.find(entry.id);
-        if (it == exports_.end()) {
-            continue;
-        }
-        if (--it->second.sentReferences == 0) {
-            exportIds_.erase(it->second.object.GetRefPtr());
-            dropped.push_back(std::move(it->second.object));
-            exports_.erase(it);
-        }
-    }
-}
-
-FrameError Connection::ImportObjects(const ObjectEntry* entries, size_t count,
-                                     std::vector<sptr<IRemoteObject>>& objects)
-{
-    objects.reserve(count);
-    for (size_t i = 0; i < count; ++i) {
-        FrameError error = CheckObjectEntry(entries[i]);
-        if (error != FrameError::NONE) {
-            return error;
-        }
-    }
-    for (size_t i = 0; i < count; ++i) {
-        if (entries[i].owner == static_cast<uint8_t>(ObjectOwner::RECEIVER)) {
-            std::lock_guard<std::mutex> lock(mu_);
-            auto it = exports_.find(entries[i].id);
-            if (it == exports_.end()) {
-                return FrameError::UNKNOWN_OBJECT;
-            }
-            objects.push_back(it->second.object);
-        } else {
-            sptr<IRemoteObject> proxy = ImportProxy(entries[i].id);
-            if (proxy == nullptr) {
-                return FrameError::OVERLOAD;
-            }
-            objects.push_back(std::move(proxy));
-        }
-    }
-    return FrameError::NONE;
-}
-
-sptr<IRemoteObject> Connection::ImportProxy(uint32_t id)
-{
-    sptr<SocketProxy> proxy;
-    std::lock_guard<std::mutex> lock(importMu_);
-    uint64_t counted = id == ROOT_OBJECT_ID ? 0 : 1;
-    auto it = imports_.find(id);
-    if (it != imports_.end()) {
-        proxy = it->second.proxy.promote();
-        if (proxy == nullptr) {
-            // The previous proxy is on its way out; its references carry
-            // over to the new one, whose destructor releases them all.
-            proxy = new (std::nothrow) SocketProxy(shared_from_this(), id);
-            if (proxy == nullptr) {
-                return nullptr;
-            }
-            it->second.proxy = proxy;
-            it->second.raw = proxy.GetRefPtr();
-        }
-        it->second.receivedReferences += counted;
-        return proxy;
-    }
-    proxy = new (std::nothrow) SocketProxy(shared_from_this(), id);
-    if (proxy == nullptr) {
-        return nullptr;
-    }
-    imports_[id] = Import{proxy, proxy.GetRefPtr(), counted};
-    return proxy;
-}
-
 sptr<IRemoteObject> Connection::GetRootProxy()
 {
-    return ImportProxy(ROOT_OBJECT_ID);
+    return tables_.ImportProxy(shared_from_this(), ROOT_OBJECT_ID);
 }
 
 void Connection::OnProxyDestroyed(uint32_t id, const SocketProxy* proxy)
 {
-    uint64_t references = 0;
-    {
-        std::lock_guard<std::mutex> lock(importMu_);
-        auto it = imports_.find(id);
-        if (it == imports_.end() || it->second.raw != proxy) {
-            return;
-        }
-        references = it->second.receivedReferences;
-        imports_.erase(it);
+    uint64_t references = tables_.ForgetProxy(id, proxy);
+    while (references > 0 && !closed_) {
+        uint32_t part = static_cast<uint32_t>(std::min<uint64_t>(references, UINT32_MAX));
+        FrameHeader header = MakeHeader(FrameKind::RELEASE);
+        header.target = id;
+        header.code = part;
+        SendFrame(header, nullptr, 0, {});
+        references -= part;
     }
-    if (references > 0) {
-        QueueRelease(id, references);
-    }
-}
-
-void Connection::QueueRelease(uint32_t id, uint64_t references)
-{
-    bool post = false;
-    {
-        std::lock_guard<std::mutex> lock(mu_);
-        if (closed_) {
-            return;
-        }
-        while (references > 0) {
-            uint32_t part = static_cast<uint32_t>(std::min<uint64_t>(references, UINT32_MAX));
-            FrameHeader header = MakeHeader(FrameKind::RELEASE);
-            header.target = id;
-            header.code = part;
-            pendingReleases_.push_back(header);
-            references -= part;
-        }
-        post = !releaseFlushPosted_;
-        releaseFlushPosted_ = true;
-    }
-    // Any frame written before the task runs takes the releases along.
-    if (post) {
-        auto self = shared_from_this();
-        IpcRuntime::Get().Post([self]() { self->FlushReleases(); });
-    }
-}
-
-void Connection::FlushReleases()
-{
-    {
-        std::lock_guard<std::mutex> lock(mu_);
-        releaseFlushPosted_ = false;
-    }
-    bool nothingWritten = false;
-    WriteFrame(nullptr, nullptr, 0, {}, Clock::now() + BACKGROUND_WRITE_TIMEOUT, &nothingWritten);
 }
 
 // --- writing ----------------------------------------------------------------
 
-int32_t Connection::WriteFrame(const FrameHeader* header, const uint8_t* data, size_t size,
-                               const std::vector<ObjectEntry>& entries, Clock::time_point deadline,
-                               bool* nothingWritten)
+int32_t Connection::SendFrame(const FrameHeader& header, const uint8_t* data, size_t size,
+                              const std::vector<ObjectEntry>& entries)
 {
-    // Only a caller's own request has a caller to tell about a time-out.
-    bool background = header == nullptr || header->kind != static_cast<uint8_t>(FrameKind::TRANSACTION);
-    *nothingWritten = true;
-    const char* closeReason = nullptr;
-    int32_t status = IPC_OK;
-    {
-        std::lock_guard<std::mutex> writeLock(writeMu_);
-        std::vector<FrameHeader> releases;
-        {
+    iovec pieces[3];
+    size_t count = 0;
+    pieces[count++] = {const_cast<FrameHeader*>(&header), sizeof(FrameHeader)};
+    if (size > 0) {
+        pieces[count++] = {const_cast<uint8_t*>(data), size};
+    }
+    if (!entries.empty()) {
+        pieces[count++] = {const_cast<ObjectEntry*>(entries.data()), entries.size() * sizeof(ObjectEntry)};
+    }
+    switch (channel_.Send(pieces, count)) {
+        case ByteChannel::SendResult::SENT:
+            return IPC_OK;
+        case ByteChannel::SendResult::QUEUED: {
             std::lock_guard<std::mutex> lock(mu_);
-            if (closed_) {
-                return IPC_ERR_DEAD_OBJECT;
-            }
-            releases.swap(pendingReleases_);
-        }
-        iovec iov[4];
-        int iovCount = 0;
-        if (!releases.empty()) {
-            iov[iovCount++] = {releases.data(), releases.size() * sizeof(FrameHeader)};
-        }
-        if (header != nullptr) {
-            iov[iovCount++] = {const_cast<FrameHeader*>(header), sizeof(FrameHeader)};
-            if (size > 0) {
-                iov[iovCount++] = {const_cast<uint8_t*>(data), size};
-            }
-            if (!entries.empty()) {
-                iov[iovCount++] = {const_cast<ObjectEntry*>(entries.data()), entries.size() * sizeof(ObjectEntry)};
-            }
-        }
-        if (iovCount == 0) {
+            UpdateArmLocked();
             return IPC_OK;
         }
-        msghdr message{};
-        message.msg_iov = iov;
-        message.msg_iovlen = static_cast<size_t>(iovCount);
-        while (message.msg_iovlen > 0) {
-            ssize_t written = sendmsg(fd_, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
-            if (written > 0) {
-                *nothingWritten = false;
-                auto remaining = static_cast<size_t>(written);
-                while (message.msg_iovlen > 0 && remaining >= message.msg_iov->iov_len) {
-                    remaining -= message.msg_iov->iov_len;
-                    ++message.msg_iov;
-                    --message.msg_iovlen;
-                }
-                if (message.msg_iovlen > 0) {
-                    message.msg_iov->iov_base = static_cast<uint8_t*>(message.msg_iov->iov_base) + remaining;
-                    message.msg_iov->iov_len -= remaining;
-                }
-                continue;
-            }
-            if (written < 0 && errno == EINTR) {
-                continue;
-            }
-            if (written < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-                int timeout = RemainingMilliseconds(deadline);
-                if (timeout != 0) {
-                    pollfd pfd{fd_, POLLOUT, 0};
-                    int ready = poll(&pfd, 1, timeout);
-                    if (ready > 0 || (ready < 0 && errno == EINTR)) {
-                        continue;
-                    }
-                }
-                status = IPC_ERR_TIMED_OUT;
-                // Half a frame in the stream cannot be taken back; and a
-                // peer that takes no reply or release for this long is stuck.
-                if (!*nothingWritten) {
-                    closeReason = "write timed out in the middle of a frame";
-                } else if (background) {
-                    closeReason = "peer takes no data";
-                }
-                break;
-            }
-            status = IPC_ERR_DEAD_OBJECT;
-            closeReason = "write failed";
+        case ByteChannel::SendResult::OVER_LIMIT:
+            TRANSPORT_LOGW("%{public}s: pid %{public}d does not read; its outgoing queue passed %{public}zu bytes",
+                           name_.c_str(), static_cast<int>(peer_.pid), MAX_OUTGOING_BYTES);
+            CountClosedAtLimit("MAX_OUTGOING_BYTES");
+            Close("outgoing queue over its limit");
+            return IPC_ERR_DEAD_OBJECT;
+        case ByteChannel::SendResult::FAILED:
+            Close("write failed");
+            return IPC_ERR_DEAD_OBJECT;
+        case ByteChannel::SendResult::CLOSED:
             break;
-        }
-        if (*nothingWritten && status != IPC_OK && !releases.empty()) {
-            std::lock_guard<std::mutex> lock(mu_);
-            pendingReleases_.insert(pendingReleases_.begin(), releases.begin(), releases.end());
-        }
     }
-    if (closeReason != nullptr) {
-        Close(closeReason);
+    return IPC_ERR_DEAD_OBJECT;
+}
+
+void Connection::SendReply(uint64_t callId, int32_t status, MessageParcel& reply)
+{
+    FrameHeader header = MakeHeader(FrameKind::REPLY);
+    header.callId = callId;
+    header.code = static_cast<uint32_t>(status);
+    const uint8_t* data = reply.GetData();
+    size_t size = reply.GetDataSize();
+    std::vector<ObjectEntry> entries;
+    if (size > MAX_FRAME_DATA || reply.GetObjectCount() > MAX_FRAME_OBJECTS || size % 4 != 0) {
+        TRANSPORT_LOGW("reply of %{public}zu bytes and %{public}zu objects cannot be sent", size,
+                       reply.GetObjectCount());
+        header.code = static_cast<uint32_t>(IPC_ERR_TOO_LARGE);
+        size = 0;
+    } else if (!tables_.Export(reply.GetObjects(), entries)) {
+        if (closed_) {
+            return;
+        }
+        header.code = static_cast<uint32_t>(IPC_ERR_INVALID_DATA);
+        size = 0;
     }
-    return status;
+    header.objectCount = static_cast<uint16_t>(entries.size());
+    header.length = static_cast<uint32_t>(size + entries.size() * sizeof(ObjectEntry));
+    SendFrame(header, data, size, entries);
+}
+
+void Connection::Flush()
+{
+    if (channel_.Flush() == ByteChannel::FlushResult::FAILED) {
+        Close("write failed");
+    }
 }
 
 // --- closing ----------------------------------------------------------------
 
 void Connection::Close(const char* reason)
 {
+    if (closed_) {
+        return;
+    }
+    ClosedConnectionInfo closed;
+    closed.connection = Info();
     std::vector<sptr<IRemoteObject>> dropped;
     std::vector<sptr<SocketProxy>> proxies;
+    std::list<std::shared_ptr<IncomingCall>> waiting;
     {
         std::lock_guard<std::mutex> lock(mu_);
         if (closed_) {
@@ -1041,31 +895,34 @@ void Connection::Close(const char* reason)
         for (PendingCall* waiter : waiters_) {
             waiter->cv.notify_one();
         }
-        for (auto& entry : exports_) {
-            dropped.push_back(std::move(entry.second.object));
+        // Nobody is left to answer: waiting synchronous transactions go.
+        waiting.swap(syncWaiting_);
+        for (const auto& call : waiting) {
+            queuedIncomingBytes_ -= call->bytes;
         }
-        exports_.clear();
-        exportIds_.clear();
-        pendingReleases_.clear();
         abandoned_.clear();
         abandonedOrder_.clear();
-        // Queued one-way calls still run: a peer may well send its last
-        // request and hang up.
+        abandonedOrder_.shrink_to_fit();
     }
+    // Recorded before the connection leaves the runtime's set, so that whoever
+    // sees it gone finds why.
     {
-        std::lock_guard<std::mutex> lock(importMu_);
-        for (auto& entry : imports_) {
-            sptr<SocketProxy> proxy = entry.second.proxy.promote();
-            if (proxy != nullptr) {
-                proxies.push_back(std::move(proxy));
-            }
+        closed.closedAt = std::chrono::system_clock::now();
+        closed.reason = reason;
+        History& history = GetHistory();
+        std::lock_guard<std::mutex> lock(history.mutex);
+        ++history.counters.closed;
+        history.closed.push_back(std::move(closed));
+        if (history.closed.size() > CLOSED_HISTORY) {
+            history.closed.pop_front();
         }
-        imports_.clear();
     }
+    channel_.CloseOutput();
+    tables_.Close(dropped, proxies);
     // Wakes a caller blocked in poll() on the socket; the descriptor itself
-    // is closed by the destructor.
-    shutdown(fd_, SHUT_RDWR);
-    IpcRuntime::Get().Unregister(key_, fd_);
+    // is closed by the channel's destructor.
+    shutdown(channel_.Fd(), SHUT_RDWR);
+    IpcRuntime::Get().Unregister(key_, channel_.Fd());
     TRANSPORT_LOGI("connection %{public}s closed: %{public}s", name_.c_str(), reason);
     if (!proxies.empty()) {
         IpcRuntime::Get().Post([proxies]() {
@@ -1074,28 +931,32 @@ void Connection::Close(const char* reason)
             }
         });
     }
-    // `dropped` goes here, outside every lock: dropping an exported stub
-    // runs its destructor.
+    // `dropped` and `waiting` go here, outside every lock: dropping an
+    // exported stub runs its destructor, and a request's proxies send
+    // nothing on a closed connection.
 }
 
 // --- statistics -------------------------------------------------------------
 
-size_t Connection::ExportCount() const
+ConnectionInfo Connection::Info() const
 {
-    std::lock_guard<std::mutex> lock(mu_);
-    return exports_.size() - exports_.count(ROOT_OBJECT_ID);
-}
-
-size_t Connection::ImportCount() const
-{
-    std::lock_guard<std::mutex> lock(importMu_);
-    return imports_.size() - imports_.count(ROOT_OBJECT_ID);
-}
-
-size_t Connection::PendingCallCount() const
-{
-    std::lock_guard<std::mutex> lock(mu_);
-    return pending_.size();
+    ConnectionInfo info;
+    info.id = peer_.connectionId;
+    info.pid = peer_.pid;
+    info.uid = peer_.uid;
+    info.systemAbilityId = systemAbilityId_;
+    info.incoming = incoming_;
+    info.since = since_;
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        info.transactionsRunning = running_;
+        info.transactionsWaiting = syncWaiting_.size() + oneWayQueue_.size();
+        info.pendingCalls = pending_.size();
+    }
+    info.outgoingBytes = channel_.PendingOutputBytes();
+    info.exportedObjects = tables_.ExportCount();
+    info.importedObjects = tables_.ImportCount();
+    return info;
 }
 
 TransportStats GetTransportStats()
@@ -1116,4 +977,35 @@ TransportStats GetTransportStats()
 }
 
 }  // namespace Transport
+
+std::vector<ConnectionInfo> GetConnections()
+{
+    std::vector<ConnectionInfo> result;
+    for (const auto& pollable : Transport::IpcRuntime::Get().Snapshot()) {
+        auto connection = std::dynamic_pointer_cast<Transport::Connection>(pollable);
+        // A connection that is closing stays listed until its end is in the
+        // history: whoever no longer finds it there finds why it ended.
+        if (connection != nullptr) {
+            result.push_back(connection->Info());
+        }
+    }
+    std::sort(result.begin(), result.end(),
+              [](const ConnectionInfo& a, const ConnectionInfo& b) { return a.id < b.id; });
+    return result;
+}
+
+std::vector<ClosedConnectionInfo> GetRecentlyClosed()
+{
+    Transport::History& history = Transport::GetHistory();
+    std::lock_guard<std::mutex> lock(history.mutex);
+    return std::vector<ClosedConnectionInfo>(history.closed.begin(), history.closed.end());
+}
+
+TransportCounters GetTransportCounters()
+{
+    Transport::History& history = Transport::GetHistory();
+    std::lock_guard<std::mutex> lock(history.mutex);
+    return history.counters;
+}
+
 }  // namespace Tavik

@@ -1,10 +1,22 @@
-// One stream connection to a peer process (private to the transport).
+// One stream connection to a peer process: the session (private to the
+// transport).
 //
-// Lifetime: a Connection is owned by shared pointers: the IPC runtime's while
-// the socket is open, every SocketProxy of the peer's objects, and every task
-// or caller working on it. Close() ends the socket side at once; the object
-// (and the file descriptor) goes when the last owner lets go, so no thread
-// ever reads from a descriptor number that was reused.
+// A connection has three parts, one file each:
+//   - ByteChannel (byte_channel.h): the socket, its input buffer and its
+//     bounded outgoing queue; raw bytes, no frames;
+//   - ObjectTables (object_tables.h): the wire state, which objects each
+//     side may name;
+//   - Connection (here): the session. The calls this process waits for
+//     (synchronous and asynchronous), the transactions the peer sent and who
+//     runs them, the read role, the socket's epoll interest, and the end.
+//
+// Lifetime: a Connection is owned by shared pointers: the IPC runtime's
+// while the socket is open, every SocketProxy of the peer's objects, and
+// every task or caller working on it. Nothing the connection holds owns it
+// back once it is closed: Close() empties every table and queue whose
+// entries can hold a proxy of the peer (pending calls, waiting transactions,
+// exported objects), and the one-way calls still queued run and go. A closed
+// connection is destroyed as soon as its last task and proxy let it go.
 //
 // Reading the socket ("the read role"): at most one thread reads at a time,
 // and which one depends on who is waiting:
@@ -13,20 +25,25 @@
 //     it passes to them, transactions it hands to the IPC threads;
 //   - while no caller wants it, the socket is armed in the runtime's epoll
 //     set, and the IPC thread that gets the event reads. It keeps the first
-//     synchronous transaction it finds and runs it itself after giving the
-//     role back, so a plain call costs no thread hand-off on either side.
-// Giving the role back passes it to a waiting caller, else re-arms the
-// socket.
+//     transaction it finds and runs it itself after giving the role back, so
+//     a plain call costs no thread hand-off on either side.
 //
-// Objects: stubs (and proxies of other connections) written into a parcel
-// are exported under an id with a count of references sent; the peer counts
-// the references it received per id and returns them all in one release
-// frame when its last proxy for the id goes. An id whose count falls to zero
-// leaves the table, dropping the exported object.
+// Running the peer's transactions: at most MAX_RUNNING_TRANSACTIONS
+// synchronous ones at once; more wait in syncWaiting_, and the thread that
+// finishes one takes the next. One-way ones run one at a time, in arrival
+// order. While the connection is at these limits the IPC threads stop
+// reading it (unless an asynchronous call of ours waits for a reply on it),
+// so a flooding peer slows down only itself; the thread that frees a slot
+// starts reading again.
 //
-// Locks, always taken in this order and never while calling user code:
-// writeMu_ (whole frames), then mu_ (everything else), importMu_ (the proxy
-// table; never held together with mu_).
+// Writing: every frame goes through the channel, which never waits. While
+// the channel holds queued bytes the connection's epoll interest includes
+// EPOLLOUT, and the IPC thread woken by it flushes them.
+//
+// Locks: mu_ guards the session state below. The object tables and the
+// channel's output have leaf locks of their own, never held while mu_ is
+// taken; user code (stubs, reply handlers, death recipients, the last
+// reference of an object) never runs under any of them.
 #ifndef TAVIK_PLATFORM_TRANSPORT_SOCKET_CONNECTION_H
 #define TAVIK_PLATFORM_TRANSPORT_SOCKET_CONNECTION_H
 
@@ -34,7 +51,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -44,8 +61,12 @@
 
 #include "iremote_object.h"
 #include "peer_identity.h"
+#include "socket_transport.h"
+#include "transport/byte_channel.h"
 #include "transport/frame.h"
 #include "transport/ipc_runtime.h"
+#include "transport/object_tables.h"
+#include "transport_limits.h"
 
 namespace Tavik {
 
@@ -56,31 +77,23 @@ namespace Transport {
 
 class SocketProxy;
 
-// Incoming transactions one connection may have queued or running. Above
-// the soft limit the IPC threads stop reading from the peer until some
-// finish; above the hard limit (reached only through callers reading their
-// replies) the peer is cut off.
-constexpr size_t SOFT_INCOMING_LIMIT = 64;
-constexpr size_t HARD_INCOMING_LIMIT = 1024;
-// Call ids of timed-out calls whose late replies are dropped quietly.
-constexpr size_t MAX_ABANDONED_CALLS = 1024;
-
 class Connection : public Pollable, public std::enable_shared_from_this<Connection> {
 public:
     using Clock = std::chrono::steady_clock;
 
     // Takes the connected socket (made non-blocking here) and registers it
     // with the IPC runtime. `root` answers object id 0: the published object
-    // on a server connection, null on a client connection. Null (and the
-    // socket closed) on failure.
-    static std::shared_ptr<Connection> Create(int fd, const sptr<IRemoteObject>& root, std::string name);
+    // on a server connection, null on a client connection.
+    // `systemAbilityId` is the ability served or reached (-1: none). Null
+    // (and the socket closed) on failure.
+    static std::shared_ptr<Connection> Create(int fd, const sptr<IRemoteObject>& root, std::string name,
+                                              int32_t systemAbilityId = -1);
     ~Connection() override;
 
     // Sends one transaction to the peer's object `target` and, unless the
     // option says TF_ASYNC, waits at most the option's wait time for the
     // reply. Returns the peer's status, or an IpcStatus of its own.
     int32_t Transact(uint32_t target, uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option);
-
     // Sends one transaction that expects a reply; `done` runs once, on an IPC
     // thread, with the outcome (IRemoteObject::SendRequestAsync).
     void TransactAsync(uint32_t target, uint32_t code, MessageParcel& data, MessageOption& option,
@@ -92,7 +105,8 @@ public:
 
     // Ends the connection: pending calls fail with IPC_ERR_DEAD_OBJECT,
     // exported objects are dropped, and the proxies of the peer's objects
-    // call their death recipients on an IPC thread. Idempotent.
+    // call their death recipients on an IPC thread. Idempotent; `reason` is
+    // logged and kept with the connection's history.
     void Close(const char* reason);
     bool IsClosed() const { return closed_.load(); }
     const std::string& GetName() const { return name_; }
@@ -105,9 +119,10 @@ public:
 
     void OnReady(uint32_t events) override;
 
-    // For statistics and tests. The root object is not counted.
-    size_t ExportCount() const;
-    size_t ImportCount() const;
+    ConnectionInfo Info() const;
+    // The root object is not counted.
+    size_t ExportCount() const { return tables_.ExportCount(); }
+    size_t ImportCount() const { return tables_.ImportCount(); }
     size_t PendingCallCount() const;
 
     Connection(const Connection&) = delete;
@@ -118,96 +133,90 @@ public:
     struct ReadState;
 
 private:
-    Connection(int fd, std::string name);
+    Connection(int fd, const sptr<IRemoteObject>& root, std::string name, int32_t systemAbilityId);
 
     // --- reading (the read role) ---
     void TakeRoleLocked();
     void ReleaseRole();
     // Passes the read role on when it is free: to a waiting caller, else to
-    // the epoll set (unless throttled).
+    // the epoll set (unless the limits stop reading).
     void HandOffReadingLocked();
+    // An IPC thread takes the role if it is free and reads.
+    void LeadFromIpcThread();
     void Lead(ReadState& state, Clock::time_point deadline);
     FrameError ProcessBuffered(ReadState& state);
     FrameError ProcessFrame(const FrameHeader& header, const uint8_t* body, ReadState& state);
-    ssize_t ReadSome();
-    void ReserveInput(size_t frameSize);
-
-    // --- objects ---
-    bool ExportObjects(const std::vector<sptr<IRemoteObject>>& objects, std::vector<ObjectEntry>& entries);
-    uint32_t ExportLocked(const sptr<IRemoteObject>& object);
-    void Unexport(const std::vector<ObjectEntry>& entries);
-    FrameError ImportObjects(const ObjectEntry* entries, size_t count, std::vector<sptr<IRemoteObject>>& objects);
-    sptr<IRemoteObject> ImportProxy(uint32_t id);
-    void QueueRelease(uint32_t id, uint64_t references);
-    void FlushReleases();
+    // True while the IPC threads should leave the socket alone.
+    bool PausedLocked() const;
+    // After a transaction finished: reading stopped by the limits starts again.
+    void MaybeResumeLocked();
+    // Brings the socket's epoll interest in line with the state: EPOLLIN
+    // while an IPC thread should read, EPOLLOUT while output is queued.
+    void UpdateArmLocked();
 
     // --- calls ---
+    // Registers a call and writes its frame; false when it failed (the
+    // status is then in *status).
+    bool StartCall(const std::shared_ptr<PendingCall>& owned, PendingCall& call, uint32_t target, uint32_t code,
+                   MessageParcel& data, bool oneWay, int32_t* status);
     int32_t AwaitReply(PendingCall& call, Clock::time_point deadline);
     void RememberAbandonedLocked(uint64_t callId);
     // Hands an asynchronous call that ended to an IPC task that runs its
     // handler.
     void CompleteAsyncLocked(PendingCall* call);
-    void Dispatch(const std::shared_ptr<IncomingCall>& call);
-    void RunIncoming(IncomingCall& call);
+
+    // --- the peer's transactions ---
+    FrameError AcceptLocked(const std::shared_ptr<IncomingCall>& call, bool& runNow, bool& startDrain);
+    void RunSync(std::shared_ptr<IncomingCall> call);
     void DrainOneWay();
-    void FinishIncoming();
-    void SendReply(uint64_t callId, int32_t status, MessageParcel& reply);
+    void RunIncoming(IncomingCall& call);
 
     // --- writing ---
-    // Writes the queued releases and then (if header is not null) one frame,
-    // whole, or fails. Sets *nothingWritten when the peer got no byte. A
-    // stalled write of anything but a transaction closes the connection.
-    int32_t WriteFrame(const FrameHeader* header, const uint8_t* data, size_t size,
-                       const std::vector<ObjectEntry>& entries, Clock::time_point deadline, bool* nothingWritten);
+    // Sends a whole frame (header, data, object entries) through the
+    // channel: IPC_OK once written or queued, IPC_ERR_DEAD_OBJECT when the
+    // connection is (now) closed.
+    int32_t SendFrame(const FrameHeader& header, const uint8_t* data, size_t size,
+                      const std::vector<ObjectEntry>& entries);
+    void SendReply(uint64_t callId, int32_t status, MessageParcel& reply);
+    void Flush();
 
-    const int fd_;
+    ByteChannel channel_;
+    ObjectTables tables_;
     const std::string name_;
+    const int32_t systemAbilityId_;
+    const bool incoming_;
+    const std::chrono::system_clock::time_point since_;
     uint64_t key_ = 0;
     PeerIdentity peer_;
     std::atomic<bool> closed_{false};
 
-    std::mutex writeMu_;
-
     mutable std::mutex mu_;
+    // read role and epoll interest
     bool roleTaken_ = false;
-    bool armed_ = false;
-    bool throttled_ = false;
+    // The IPC threads stopped reading because of the limits; the thread that
+    // frees a slot starts them again.
+    bool readingPaused_ = false;
+    uint32_t armedEvents_ = 0;
     std::vector<PendingCall*> waiters_;
+    // calls
     std::unordered_map<uint64_t, PendingCall*> pending_;
     // Owners of the asynchronous calls in pending_.
     std::unordered_map<uint64_t, std::shared_ptr<PendingCall>> asyncCalls_;
     uint64_t nextCallId_ = 1;
     std::unordered_set<uint64_t> abandoned_;
-    std::deque<uint64_t> abandonedOrder_;
-    struct Export {
-        sptr<IRemoteObject> object;
-        uint64_t sentReferences;
-    };
-    std::unordered_map<uint32_t, Export> exports_;
-    std::unordered_map<const IRemoteObject*, uint32_t> exportIds_;
-    uint32_t nextExportId_ = 1;
-    size_t incoming_ = 0;
-    std::deque<std::shared_ptr<IncomingCall>> oneWayQueue_;
+    // Ring of the abandoned ids in the order they were abandoned; allocated
+    // by the first time-out.
+    std::vector<uint64_t> abandonedOrder_;
+    size_t abandonedNext_ = 0;
+    // the peer's transactions
+    size_t running_ = 0;
+    std::list<std::shared_ptr<IncomingCall>> syncWaiting_;
+    std::list<std::shared_ptr<IncomingCall>> oneWayQueue_;
     bool oneWayRunning_ = false;
-    std::vector<FrameHeader> pendingReleases_;
-    bool releaseFlushPosted_ = false;
-
-    mutable std::mutex importMu_;
-    struct Import {
-        wptr<SocketProxy> proxy;
-        // Identity of the proxy the entry belongs to; compared, never
-        // dereferenced.
-        const SocketProxy* raw;
-        uint64_t receivedReferences;
-    };
-    std::unordered_map<uint32_t, Import> imports_;
-
-    // Input buffer: touched only by the thread holding the read role.
-    std::vector<uint8_t> in_;
-    size_t inStart_ = 0;
-    size_t inEnd_ = 0;
+    size_t queuedIncomingBytes_ = 0;
 };
 
+// Sums over every open connection of this process.
 struct TransportStats {
     size_t connections = 0;
     size_t exportedObjects = 0;
@@ -215,9 +224,11 @@ struct TransportStats {
     size_t pendingCalls = 0;
     size_t ipcThreads = 0;
 };
-
-// Sums over every open connection of this process.
 TransportStats GetTransportStats();
+
+// Bookkeeping of the counters and the recently closed connections.
+void CountAccepted();
+void CountRefused();
 
 }  // namespace Transport
 }  // namespace Tavik

@@ -1,13 +1,13 @@
 #include "socket_transport.h"
 
 #include <fcntl.h>
+#include <sys/epoll.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
@@ -30,8 +30,6 @@ namespace {
 
 using Transport::Connection;
 using Transport::IpcRuntime;
-
-constexpr int LISTEN_BACKLOG = 64;
 
 // Accepts the connections of one published ability.
 class Listener : public Transport::Pollable {
@@ -77,16 +75,8 @@ public:
         }
         std::lock_guard<std::mutex> lock(mutex_);
         if (!stopped_) {
-            IpcRuntime::Get().Arm(key_, fd_);
+            IpcRuntime::Get().Arm(key_, fd_, EPOLLIN);
         }
-    }
-
-    size_t ConnectionCount()
-    {
-        std::vector<std::shared_ptr<Connection>> ended;
-        std::lock_guard<std::mutex> lock(mutex_);
-        PruneLocked(ended);
-        return connections_.size();
     }
 
 private:
@@ -96,43 +86,20 @@ private:
         if (!Transport::GetPeerCredentials(fd, peer)) {
             TRANSPORT_LOGW("no credentials for a peer of sa %{public}d: %{public}s", systemAbilityId_,
                            std::strerror(errno));
+            Transport::CountRefused();
             close(fd);
             return;
         }
         if (!Transport::IsTrustedPeer(peer.uid)) {
             TRANSPORT_LOGW("refused pid %{public}d uid %{public}u on sa %{public}d", static_cast<int>(peer.pid),
                            static_cast<unsigned>(peer.uid), systemAbilityId_);
+            Transport::CountRefused();
             close(fd);
             return;
         }
         std::string name = "sa " + std::to_string(systemAbilityId_) + " <- pid " + std::to_string(peer.pid);
-        std::shared_ptr<Connection> connection = Connection::Create(fd, object_, std::move(name));
-        if (connection != nullptr) {
-            std::vector<std::shared_ptr<Connection>> ended;
-            std::lock_guard<std::mutex> lock(mutex_);
-            PruneLocked(ended);
-            connections_.push_back(connection);
-        }
-    }
-
-    // Keeps the list as long as the connections alive: ended ones go on
-    // every accept and every count. What the list held last of an ended
-    // connection moves to `ended`, to be dropped after the mutex, never
-    // under it.
-    void PruneLocked(std::vector<std::shared_ptr<Connection>>& ended)
-    {
-        auto gone = [&ended](const std::weak_ptr<Connection>& weak) {
-            std::shared_ptr<Connection> connection = weak.lock();
-            if (connection == nullptr) {
-                return true;
-            }
-            if (!connection->IsClosed()) {
-                return false;
-            }
-            ended.push_back(std::move(connection));
-            return true;
-        };
-        connections_.erase(std::remove_if(connections_.begin(), connections_.end(), gone), connections_.end());
+        Transport::CountAccepted();
+        Connection::Create(fd, object_, std::move(name), systemAbilityId_);
     }
 
     const int fd_;
@@ -141,7 +108,6 @@ private:
     uint64_t key_ = 0;
     std::mutex mutex_;
     bool stopped_ = false;
-    std::vector<std::weak_ptr<Connection>> connections_;
 };
 
 struct Publication {
@@ -287,7 +253,7 @@ PublishStatus FinishPublication(TransportState& state, int32_t systemAbilityId, 
     publication.listener = std::make_shared<Listener>(fd, object, systemAbilityId);
     uint64_t key = IpcRuntime::Get().ReserveKey();
     publication.listener->SetKey(key);
-    if (!IpcRuntime::Get().Register(key, publication.listener, fd)) {
+    if (!IpcRuntime::Get().Register(key, publication.listener, fd, EPOLLIN)) {
         if (publication.ownsSocket) {
             unlink(publication.socketPath.c_str());
         }
@@ -375,7 +341,7 @@ PublishStatus PublishSystemAbility(int32_t systemAbilityId, const sptr<IRemoteOb
         return fail(PublishStatus::SOCKET_ERROR);
     }
     if (bind(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
-        chmod(publication.socketPath.c_str(), 0600) != 0 || listen(fd, LISTEN_BACKLOG) != 0) {
+        chmod(publication.socketPath.c_str(), 0600) != 0 || listen(fd, Transport::LISTEN_BACKLOG) != 0) {
         TRANSPORT_LOGE("cannot listen on %{public}s: %{public}s", publication.socketPath.c_str(), std::strerror(errno));
         close(fd);
         unlink(publication.socketPath.c_str());
@@ -448,14 +414,6 @@ bool UnpublishSystemAbility(int32_t systemAbilityId)
     return true;
 }
 
-size_t GetSystemAbilityConnectionCount(int32_t systemAbilityId)
-{
-    TransportState& state = State();
-    std::lock_guard<std::mutex> lock(state.publishMutex);
-    auto it = state.publications.find(systemAbilityId);
-    return it == state.publications.end() ? 0 : it->second.listener->ConnectionCount();
-}
-
 bool DisconnectPeer(uint64_t connectionId, const char* reason)
 {
     for (const auto& pollable : IpcRuntime::Get().Snapshot()) {
@@ -498,7 +456,7 @@ sptr<IRemoteObject> ConnectSystemAbility(int32_t systemAbilityId)
     }
     // A server that stopped accepting fills its backlog; do not wait for it
     // longer than for any reply.
-    timeval timeout{MessageOption::TF_WAIT_TIME, 0};
+    timeval timeout{Transport::CONNECT_TIMEOUT_SECONDS, 0};
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof(timeout));
     if (connect(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0) {
         // No socket, or nobody behind it: the ability is simply not running,
@@ -518,7 +476,7 @@ sptr<IRemoteObject> ConnectSystemAbility(int32_t systemAbilityId)
         return nullptr;
     }
     std::string name = "sa " + std::to_string(systemAbilityId) + " -> pid " + std::to_string(peer.pid);
-    std::shared_ptr<Connection> connection = Connection::Create(fd, nullptr, std::move(name));
+    std::shared_ptr<Connection> connection = Connection::Create(fd, nullptr, std::move(name), systemAbilityId);
     if (connection == nullptr) {
         return nullptr;
     }

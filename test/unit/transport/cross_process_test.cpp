@@ -3,9 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <mutex>
+#include <numeric>
 #include <thread>
 
+#include <unistd.h>
+
 #include "ipc_status.h"
+#include "peer_identity.h"
 #include "socket_transport.h"
 #include "system_ability_manager.h"
 #include "transport/socket_connection.h"
@@ -185,12 +191,75 @@ TEST_F(CrossProcessTest, StoppedPeerTimesOutAndTheConnectionSurvives)
     EXPECT_EQ(death->Count(), 0);
 }
 
+// An asynchronous call holds no thread while it waits: a stopped peer keeps
+// its entries, not the IPC threads, and each call ends exactly once, with
+// the answer or with the connection.
+TEST_F(CrossProcessTest, AsyncCallsHoldNoThreadAndEndWithTheAnswerOrTheConnection)
+{
+    sptr<IRemoteObject> remote = StartServer();
+    ASSERT_NE(remote, nullptr);
+    // Who is calling, seen from both ends.
+    MessageParcel caller;
+    ASSERT_EQ(Call(remote, CALLER, 0, caller), IPC_OK);
+    EXPECT_EQ(caller.ReadInt32(), static_cast<int32_t>(getpid()));
+    EXPECT_EQ(caller.ReadInt32(), static_cast<int32_t>(geteuid()));
+    EXPECT_EQ(caller.ReadInt32(), 1);
+    EXPECT_EQ(GetObjectPeer(remote).pid, helper_.Pid());
+    EXPECT_EQ(GetCallingIdentity().connectionId, 0u);
+
+    std::mutex mutex;
+    std::vector<int32_t> outcomes;
+    auto record = [&](int32_t status, MessageParcel& reply) {
+        std::lock_guard<std::mutex> lock(mutex);
+        outcomes.push_back(status == IPC_OK ? reply.ReadInt32() : status);
+    };
+    auto outcomeCount = [&] {
+        std::lock_guard<std::mutex> lock(mutex);
+        return outcomes.size();
+    };
+    helper_.Signal(SIGSTOP);
+    const int count = 3 * static_cast<int>(Transport::MAX_IPC_THREADS);
+    for (int i = 0; i < count; ++i) {
+        MessageParcel data;
+        data.WriteInt32(i);
+        MessageOption option;
+        remote->SendRequestAsync(ECHO, data, option, record);
+    }
+    EXPECT_EQ(GetTransportStats().pendingCalls, static_cast<size_t>(count));
+    std::atomic<bool> ran{false};
+    ASSERT_TRUE(Transport::IpcRuntime::Get().Post([&ran] { ran = true; }));
+    EXPECT_TRUE(WaitUntil([&] { return ran.load(); }, std::chrono::seconds(2))) << "the IPC threads are all waiting";
+    EXPECT_EQ(outcomeCount(), 0u);
+    helper_.Signal(SIGCONT);
+    ASSERT_TRUE(WaitUntil([&] { return outcomeCount() == static_cast<size_t>(count); }));
+    std::vector<int32_t> expected(static_cast<size_t>(count));
+    std::iota(expected.begin(), expected.end(), 0);
+    std::sort(outcomes.begin(), outcomes.end());
+    EXPECT_EQ(outcomes, expected);
+
+    // Giving up on the peer ends what still waits, once, and tells the
+    // proxies' recipients.
+    outcomes.clear();
+    sptr<DeathCounter> death(new DeathCounter());
+    ASSERT_TRUE(remote->AddDeathRecipient(death));
+    MessageParcel data;
+    MessageOption option;
+    remote->SendRequestAsync(BLOCK, data, option, record);
+    uint64_t id = GetObjectPeer(remote).connectionId;
+    EXPECT_TRUE(DisconnectPeer(id, "the test gives up"));
+    EXPECT_FALSE(DisconnectPeer(id, "again"));
+    ASSERT_TRUE(WaitUntil([&] { return outcomeCount() == 1 && death->Count() == 1; }));
+    EXPECT_EQ(outcomes, std::vector<int32_t>{IPC_ERR_DEAD_OBJECT});
+    remote->SendRequestAsync(ECHO, data, option, record);
+    EXPECT_EQ(outcomeCount(), 2u) << "a call on a closed connection ends at once";
+}
+
 TEST_F(CrossProcessTest, OneWayCallsAreNotAwaitedAndRunInOrder)
 {
     sptr<IRemoteObject> remote = StartServer();
     ASSERT_NE(remote, nullptr);
     // More than the receiver queues before it pauses reading.
-    constexpr int COUNT = 3 * static_cast<int>(Transport::SOFT_INCOMING_LIMIT);
+    constexpr int COUNT = 3 * static_cast<int>(Transport::MAX_QUEUED_ONE_WAY);
     std::vector<int32_t> expected;
     for (int i = 0; i < COUNT; ++i) {
         MessageParcel data;

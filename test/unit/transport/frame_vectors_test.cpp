@@ -54,40 +54,6 @@ using Transport::GetTransportStats;
 
 // --- raw socket access for hand-made frames ---
 
-// A stream socket bound to (listen) or connected to (!listen) `path`; -1 on
-// failure.
-int RawSocket(const std::string& path, bool listen)
-{
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-    auto* raw = reinterpret_cast<sockaddr*>(&address);
-    if (fd >= 0 && (listen ? bind(fd, raw, sizeof(address)) != 0 || ::listen(fd, 4) != 0
-                           : connect(fd, raw, sizeof(address)) != 0)) {
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
-
-bool RawSend(int fd, const void* data, size_t size)
-{
-    const auto* bytes = static_cast<const uint8_t*>(data);
-    while (size > 0) {
-        ssize_t written = send(fd, bytes, size, MSG_NOSIGNAL);
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return false;
-        }
-        bytes += written;
-        size -= static_cast<size_t>(written);
-    }
-    return true;
-}
-
 // recv() once data or the end comes before the deadline; -2 when it does not.
 ssize_t RecvBefore(int fd, void* out, size_t size, std::chrono::steady_clock::time_point deadline)
 {

@@ -2,9 +2,15 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
+
 #include "ipc_status.h"
+#include "peer_identity.h"
 #include "transport/socket_connection.h"
 
 namespace Tavik {
@@ -70,9 +76,56 @@ int32_t TestService::OnRemoteRequest(uint32_t code, MessageParcel& data, Message
             reply.WriteInt32Vector(recorded_);
             return IPC_OK;
         }
+        case SLOW:
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            reply.WriteInt32(data.ReadInt32());
+            return IPC_OK;
+        case BIG_REPLY: {
+            std::vector<uint8_t> bytes(static_cast<size_t>(std::max(data.ReadInt32(), 0)));
+            return reply.WriteBuffer(bytes.data(), bytes.size()) ? IPC_OK : IPC_ERR_TOO_LARGE;
+        }
+        case CALLER: {
+            PeerIdentity caller = GetCallingIdentity();
+            reply.WriteInt32(static_cast<int32_t>(caller.pid));
+            reply.WriteInt32(static_cast<int32_t>(caller.uid));
+            reply.WriteInt32(caller.connectionId != 0 ? 1 : 0);
+            return IPC_OK;
+        }
         default:
             return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
     }
+}
+
+int RawSocket(const std::string& path, bool listen)
+{
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    auto* raw = reinterpret_cast<sockaddr*>(&address);
+    if (fd >= 0 && (listen ? bind(fd, raw, sizeof(address)) != 0 || ::listen(fd, 4) != 0
+                           : connect(fd, raw, sizeof(address)) != 0)) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+bool RawSend(int fd, const void* data, size_t size)
+{
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    while (size > 0) {
+        ssize_t written = send(fd, bytes, size, MSG_NOSIGNAL);
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            return false;
+        }
+        bytes += written;
+        size -= static_cast<size_t>(written);
+    }
+    return true;
 }
 
 int32_t CallbackStub::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option)

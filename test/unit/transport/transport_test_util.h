@@ -50,6 +50,12 @@ enum TestCode : uint32_t {
     // int32 n in -> waits (up to 2 s) until n values are recorded; out: the
     // list.
     GET_RECORDED = 9,
+    // int32 in -> the same int32, after 100 ms.
+    SLOW = 10,
+    // int32 n in -> n bytes out.
+    BIG_REPLY = 11,
+    // out: the calling pid, uid, and 1 when the call came over a connection.
+    CALLER = 12,
 };
 
 // The object the tests publish, in this process or in a helper.
@@ -127,6 +133,11 @@ int32_t Call(const sptr<IRemoteObject>& remote, uint32_t code, int32_t value, Me
 // ECHO(value): the status; the echoed value and the server's pid when asked.
 int32_t Echo(const sptr<IRemoteObject>& remote, int32_t value, int32_t* answer = nullptr, int32_t* pid = nullptr,
              int waitSeconds = MessageOption::TF_WAIT_TIME);
+
+// A stream socket bound to (listen) or connected to (!listen) `path`; -1 on
+// failure. For peers that speak frames by hand.
+int RawSocket(const std::string& path, bool listen);
+bool RawSend(int fd, const void* data, size_t size);
 
 // A TestService published under a fresh id in a fresh runtime directory for
 // the length of one test.
