@@ -141,13 +141,4 @@ bool NotifySupervisor(const std::string& assignments)
 #endif
 }
 
-const char* SupervisorBackend()
-{
-#ifdef DD_HAVE_LIBSYSTEMD
-    return "libsystemd";
-#else
-    return "built-in";
-#endif
-}
-
 }  // namespace DeviceDetectDaemon

@@ -31,10 +31,6 @@ bool SupervisorListens();
 // serves on either way.
 bool NotifySupervisor(const std::string& assignments);
 
-// "libsystemd" or "built-in": which implementation of the two protocols the
-// build uses, for the version output and the docs.
-const char* SupervisorBackend();
-
 }  // namespace DeviceDetectDaemon
 
 #endif  // DEVICEDETECTD_SUPERVISOR_H
