@@ -16,7 +16,6 @@
 #include <mutex>
 #include <thread>
 #include <unordered_map>
-#include <vector>
 
 #include "message_option.h"
 #include "transport/ipc_runtime.h"
@@ -378,9 +377,9 @@ PublishStatus PublishSystemAbilityOnSocket(int32_t systemAbilityId, const sptr<I
     }
     if (!why.empty()) {
         TRANSPORT_LOGE(
-            "cannot publish sa %{public}d on the passed socket (fd %{public}d): it is %{public}s, not a "
-            "listening Unix stream socket at %{public}s",
-            systemAbilityId, listenFd, why.c_str(), publication.socketPath.c_str());
+            "cannot publish sa %{public}d on the passed socket (fd %{public}d), which must be a listening Unix "
+            "stream socket at %{public}s: it is %{public}s",
+            systemAbilityId, listenFd, publication.socketPath.c_str(), why.c_str());
         close(listenFd);
         close(publication.lockFd);
         return PublishStatus::SOCKET_MISMATCH;
