@@ -3,7 +3,7 @@
 # units (valid for systemd, ExecStart naming the installed daemon), the man
 # pages (readable with `man -l`), the completion (sourced, it completes both
 # programs); and the installed programs work together through socket
-# activation as docs/getting-started.md shows.
+# activation as docs/getting-started.md shows, and answer --version.
 #
 #   install_tree.sh BUILD_DIR
 set -euo pipefail
@@ -52,6 +52,14 @@ for page in man1/devicedetect.1.gz man8/devicedetectd.8.gz; do
     name=$(basename "$page" .gz)
     MANWIDTH=80 MANPAGER=cat man -l "$prefix/share/man/$page" 2>"$work/man.err" | grep -q "^${name%.*}(${name##*.})" &&
         [ ! -s "$work/man.err" ] && ok || fail "man -l $page: $(cat "$work/man.err")"
+done
+
+# GNU --version: the program's name and the version of the installed headers.
+version=$(sed -nE 's/^#define SYNTAVO_DEVICEDETECT_VERSION_STRING "(.*)"$/\1/p' \
+    "$prefix/include/syntavo_devicedetect/syntavo_devicedetect_version.h")
+for program in devicedetect devicedetectd; do
+    got=$("$prefix/bin/$program" --version 2>&1) && [ "$got" = "$program $version" ] && ok ||
+        fail "$program --version printed '$got', not '$program $version'"
 done
 
 # A fresh shell that sources the installed file.
