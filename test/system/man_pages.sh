@@ -26,22 +26,22 @@ daemon_text=$(render "$mandir/devicedetectd.8")
 section() { awk -v s="$1:" '$0 == s { f = 1; next } /^[^ ]/ { f = 0 } f && /^  [^ ]/' ; }
 long_options() { section Options | awk '{ n = split($1, names, ","); for (i = 1; i <= n; i++) if (names[i] ~ /^--/) print names[i] }'; }
 
-check_options() # TEXT PROGRAM [SUBCOMMAND...]
+check_options() # TEXT HELP WHOSE
 {
-    local text=$1 option
-    shift
-    for option in $("$@" --help | long_options); do
+    local option
+    for option in $(long_options <<<"$2"); do
         checked=$((checked + 1))
-        grep -qE -- "(^|[^[:alnum:]-])${option}([^[:alnum:]-]|$)" <<<"$text" ||
-            fail "option $option of '${*##*/}' is not in the man page"
+        grep -qE -- "(^|[^[:alnum:]-])${option}([^[:alnum:]-]|$)" <<<"$1" ||
+            fail "option $option of '$3' is not in the man page"
     done
 }
 
 check_command() # SUBCOMMAND...
 {
-    local sub path
-    check_options "$cli_text" "$cli" "$@"
-    for sub in $("$cli" "$@" --help | section Subcommands | awk '{ print $1 }'); do
+    local sub path help
+    help=$("$cli" "$@" --help)
+    check_options "$cli_text" "$help" "devicedetect $*"
+    for sub in $(section Subcommands <<<"$help" | awk '{ print $1 }'); do
         path="$* $sub"
         path=${path# }
         checked=$((checked + 1))
@@ -51,7 +51,7 @@ check_command() # SUBCOMMAND...
 }
 
 check_command
-check_options "$daemon_text" "$daemon"
+check_options "$daemon_text" "$("$daemon" --help)" devicedetectd
 [ "$checked" -gt 40 ] || fail "only $checked subcommands and options found in --help: did its layout change?"
 echo "man pages: $checked subcommands and options checked, $failures missing"
 [ "$failures" -eq 0 ]
