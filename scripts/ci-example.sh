@@ -6,11 +6,20 @@
 # causes. Exits non-zero on any failure.
 #
 #   scripts/ci-example.sh [BUILD_DIR]      (default: build/debug)
+#   scripts/ci-example.sh --installed PREFIX
+#
+# The second form uses what is already installed under PREFIX (/usr for the
+# Debian packages, scripts/ci-packages.sh) instead of installing a build.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-build=${1:-build/debug}
-case $build in /*) ;; *) build=$root/$build ;; esac
-[ -f "$build/CMakeCache.txt" ] || { echo "ci-example: $build is not a configured build folder" >&2; exit 1; }
+installed=""
+if [ "${1:-}" = "--installed" ]; then
+    installed=${2:?"ci-example: --installed needs a prefix"}
+else
+    build=${1:-build/debug}
+    case $build in /*) ;; *) build=$root/$build ;; esac
+    [ -f "$build/CMakeCache.txt" ] || { echo "ci-example: $build is not a configured build folder" >&2; exit 1; }
+fi
 
 for tool in pkg-config make readelf; do
     command -v "$tool" >/dev/null || { echo "ci-example: $tool is not installed" >&2; exit 1; }
@@ -47,10 +56,15 @@ wait_for()
     done
 }
 
-prefix=$work/prefix
-echo "== build and install into $prefix"
-cmake --build "$build" --target devicedetectd devicedetect
-cmake --install "$build" --prefix "$prefix" >"$work/install.log"
+if [ -n "$installed" ]; then
+    prefix=$installed
+    echo "== the installation under $prefix"
+else
+    prefix=$work/prefix
+    echo "== build and install into $prefix"
+    cmake --build "$build" --target devicedetectd devicedetect
+    cmake --install "$build" --prefix "$prefix" >"$work/install.log"
+fi
 for f in bin/devicedetectd bin/devicedetect include/syntavo_devicedetect/device_detect_proxy.h \
     include/syntavo_devicedetect/syntavo_devicedetect_version.h \
     lib/cmake/SyntavoDeviceDetect/SyntavoDeviceDetectConfig.cmake \

@@ -2,7 +2,12 @@
 # Installs the Debian packages the build needs; does nothing when they are
 # already there. Needs root (or sudo) only when something is missing.
 set -eu
-packages="cmake ninja-build g++ clang make pkg-config libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev"
+# libsystemd-dev: socket activation and readiness in devicedetectd; scdoc,
+# groff-base, man-db, gzip: the man pages; systemd: systemd-socket-activate
+# and systemd-analyze for the tests; dpkg-dev, file, binutils: CPack's
+# Debian packages (dpkg-shlibdeps, readelf).
+packages="cmake ninja-build g++ clang make pkg-config libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev
+libsystemd-dev scdoc groff-base man-db gzip systemd dpkg-dev file binutils"
 missing=""
 for p in $packages; do
     if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then

@@ -42,6 +42,9 @@ enum class PublishStatus : int32_t {
     ALREADY_PUBLISHED = 3,
     // The lock file, the socket, bind or listen failed.
     SOCKET_ERROR = 4,
+    // PublishSystemAbilityOnSocket: the descriptor is not a listening Unix
+    // stream socket bound to the ability's socket path.
+    SOCKET_MISMATCH = 5,
 };
 
 // "OK", "ALREADY_PUBLISHED", ...; "UNKNOWN" for any other value.
@@ -55,7 +58,17 @@ std::string GetSystemAbilitySocketPath(int32_t systemAbilityId);
 // IPC threads.
 PublishStatus PublishSystemAbility(int32_t systemAbilityId, const sptr<IRemoteObject>& object);
 
-// Stops accepting connections for the id and removes its socket.
+// Serves `object` on `listenFd`, a socket some supervisor already bound to
+// GetSystemAbilitySocketPath(id) and listens on (socket activation). The
+// same rules as PublishSystemAbility apply (directory checks, the lock file,
+// socket mode 0600, peer credentials), except that nothing is probed,
+// unlinked or bound: the path belongs to the supervisor, which may pass the
+// socket to the next server after this one. Takes ownership of `listenFd`:
+// on failure it is closed (the supervisor keeps its own copy).
+PublishStatus PublishSystemAbilityOnSocket(int32_t systemAbilityId, const sptr<IRemoteObject>& object, int listenFd);
+
+// Stops accepting connections for the id and removes its socket (a socket
+// passed to PublishSystemAbilityOnSocket is closed but stays at its path).
 // Connections already open keep working until their peers close them.
 // False when this process has not published the id.
 bool UnpublishSystemAbility(int32_t systemAbilityId);

@@ -1,14 +1,18 @@
 // devicedetectd: the reference device-detect service. Serves system ability
 // 70635 over the Unix-socket transport from a simulated world of devices
-// until SIGTERM or SIGINT.
+// until SIGTERM or SIGINT, on a socket of its own or on one its supervisor
+// passed (socket activation), telling the supervisor when it is ready.
 #include <malloc.h>
 #include <pthread.h>
 #include <sys/resource.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
+#include <mutex>
 #include <thread>
 
 #include <CLI/CLI.hpp>
@@ -19,6 +23,8 @@
 #include "scenario.h"
 #include "sim_status.h"
 #include "socket_transport.h"
+#include "supervisor.h"
+#include "syntavo_devicedetect_version.h"
 #include "tralog.h"
 #include "world_json.h"
 
@@ -31,6 +37,10 @@ constexpr int EXIT_USAGE = 2;
 constexpr int EXIT_PUBLISH_FAILED = 1;
 // A STEP request answers within this, whatever its step's "until" says.
 constexpr uint32_t STEP_CONDITION_WAIT_MS = 5000;
+// How often the supervisor's status line is brought up to date (it is sent
+// only when it changed): often enough for `systemctl status`, rare enough
+// to cost nothing.
+constexpr std::chrono::seconds STATUS_INTERVAL{2};
 
 size_t CountOnline(const Sim::World& world)
 {
@@ -81,6 +91,81 @@ void StartScenario(Sim::ScenarioPlayer& player, Sim::Simulator& simulator, const
     });
 }
 
+// A daemon told nothing about its folder (no --runtime-dir, TAVIK_RUNTIME_DIR
+// or XDG_RUNTIME_DIR; systemd-socket-activate passes none of them on) serves
+// in the folder of the socket its supervisor made, when that socket has the
+// ability's name. Told something, it checks the socket against that.
+void AdoptSupervisorFolder(int fd)
+{
+    auto isSet = [](const char* name) {
+        const char* value = std::getenv(name);
+        return value != nullptr && *value != '\0';
+    };
+    if (isSet("TAVIK_RUNTIME_DIR") || isSet("XDG_RUNTIME_DIR")) {
+        return;
+    }
+    std::string path = DeviceDetectDaemon::BoundPath(fd);
+    std::string name = "/sa-" + std::to_string(SYNTAVO_DEVICE_DETECT_SA_ID) + ".sock";
+    if (path.size() > name.size() && path.compare(path.size() - name.size(), name.size(), name) == 0) {
+        setenv("TAVIK_RUNTIME_DIR", path.substr(0, path.size() - name.size()).c_str(), 1);
+    }
+}
+
+std::string StatusLine(Sim::Simulator& simulator)
+{
+    Sim::World world = simulator.Snapshot();
+    size_t clients = 0;
+    for (const ConnectionInfo& connection : GetConnections()) {
+        clients += connection.incoming && connection.systemAbilityId == SYNTAVO_DEVICE_DETECT_SA_ID ? 1 : 0;
+    }
+    return "serving " + std::to_string(world.devices.size()) + " devices (" + std::to_string(CountOnline(world)) +
+           " online), " + std::to_string(clients) + (clients == 1 ? " client" : " clients");
+}
+
+// Keeps the supervisor's STATUS= current until Stop(). Runs only when a
+// supervisor listens; its thread talks to nobody but the supervisor.
+class StatusReporter {
+public:
+    explicit StatusReporter(std::shared_ptr<Sim::Simulator> simulator) : simulator_(std::move(simulator)) {}
+    ~StatusReporter() { Stop(); }
+    StatusReporter(const StatusReporter&) = delete;
+    StatusReporter& operator=(const StatusReporter&) = delete;
+
+    void Start(const std::string& first)
+    {
+        thread_ = std::thread([this, first] {
+            std::string last = first;
+            std::unique_lock<std::mutex> lock(mutex_);
+            while (!cv_.wait_for(lock, STATUS_INTERVAL, [this] { return stopping_; })) {
+                std::string now = StatusLine(*simulator_);
+                if (now != last) {
+                    DeviceDetectDaemon::NotifySupervisor("STATUS=" + now);
+                    last = now;
+                }
+            }
+        });
+    }
+
+    void Stop()
+    {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            stopping_ = true;
+        }
+        cv_.notify_all();
+        if (thread_.joinable()) {
+            thread_.join();
+        }
+    }
+
+private:
+    std::shared_ptr<Sim::Simulator> simulator_;
+    std::mutex mutex_;
+    std::condition_variable cv_;
+    bool stopping_ = false;
+    std::thread thread_;
+};
+
 // Every client holds a descriptor of ours: serve as many as the system lets
 // this process have, not the shell's default soft limit.
 void RaiseDescriptorLimit()
@@ -112,6 +197,8 @@ int main(int argc, char** argv)
         ->excludes("--world");
     app.add_option("--speed", speed, "Scenario time scale: 2 plays twice as fast")->check(CLI::PositiveNumber);
     app.add_flag("--step", stepMode, "Play one scenario step per control request STEP (`devicedetect sim step`)");
+    app.set_version_flag("--version", std::string("devicedetectd ") + SYNTAVO_DEVICEDETECT_VERSION_STRING,
+                         "Print the program's name and version and exit");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -156,6 +243,16 @@ int main(int argc, char** argv)
     sigaddset(&stopSignals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
+    // Before any other thread runs: both change the environment.
+    std::string passError;
+    int passed = DeviceDetectDaemon::TakePassedSocket(passError);
+    if (passed == DeviceDetectDaemon::BAD_PASSED_SOCKETS) {
+        std::cerr << "devicedetectd: " << passError << "\n";
+        return EXIT_PUBLISH_FAILED;
+    }
+    if (passed >= 0) {
+        AdoptSupervisorFolder(passed);
+    }
     RaiseDescriptorLimit();
     // One allocator arena per IPC thread would keep a heap per thread that
     // is never given back in full; the service's threads allocate little.
@@ -163,18 +260,33 @@ int main(int argc, char** argv)
     Sim::EmbeddedService service(world);
     Sim::MemoryReturner memoryReturner;
     std::string socketPath = GetSystemAbilitySocketPath(SYNTAVO_DEVICE_DETECT_SA_ID);
-    PublishStatus published = PublishSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID, service.Object());
+    PublishStatus published = passed >= 0
+                                  ? PublishSystemAbilityOnSocket(SYNTAVO_DEVICE_DETECT_SA_ID, service.Object(), passed)
+                                  : PublishSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID, service.Object());
     if (published != PublishStatus::OK) {
         std::cerr << "devicedetectd: cannot serve system ability " << SYNTAVO_DEVICE_DETECT_SA_ID << " on "
-                  << socketPath << ": " << PublishStatusToString(published);
+                  << (passed >= 0 ? "the socket passed by the supervisor (fd " + std::to_string(passed) + ")"
+                                  : socketPath)
+                  << ": " << PublishStatusToString(published);
         if (published == PublishStatus::ALREADY_PUBLISHED) {
             std::cerr << " (another devicedetectd is running; stop it or use another --runtime-dir)";
+        } else if (published == PublishStatus::SOCKET_MISMATCH) {
+            std::cerr << " (it must be a listening Unix stream socket at " << socketPath
+                      << ": check ListenStream= of devicedetectd.socket, or the -l of systemd-socket-activate)";
         }
         std::cerr << "\n";
+        DeviceDetectDaemon::NotifySupervisor("STATUS=cannot serve: " + std::string(PublishStatusToString(published)));
         return EXIT_PUBLISH_FAILED;
     }
     std::cout << "devicedetectd: ready, serving system ability " << SYNTAVO_DEVICE_DETECT_SA_ID << " on " << socketPath
-              << " (" << world.devices.size() << " devices, " << CountOnline(world) << " online)" << std::endl;
+              << " (" << world.devices.size() << " devices, " << CountOnline(world) << " online)"
+              << (passed >= 0 ? "; socket passed by the supervisor" : "") << std::endl;
+    StatusReporter status(service.GetSimulator());
+    if (DeviceDetectDaemon::SupervisorListens()) {
+        std::string first = StatusLine(*service.GetSimulator());
+        DeviceDetectDaemon::NotifySupervisor("READY=1\nSTATUS=" + first);
+        status.Start(first);
+    }
 
     std::unique_ptr<Sim::ScenarioPlayer> player;
     std::thread playing;
@@ -186,6 +298,9 @@ int main(int argc, char** argv)
 
     int received = 0;
     sigwait(&stopSignals, &received);
+    const char* signalName = received == SIGTERM ? "SIGTERM" : "SIGINT";
+    status.Stop();
+    DeviceDetectDaemon::NotifySupervisor(std::string("STOPPING=1\nSTATUS=stopping (") + signalName + ")");
     if (player != nullptr) {
         service.GetSimulator()->SetStepHandler(nullptr);
         player->Stop();
@@ -194,6 +309,6 @@ int main(int argc, char** argv)
         }
     }
     UnpublishSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID);
-    std::cout << "devicedetectd: stopped (" << (received == SIGTERM ? "SIGTERM" : "SIGINT") << ")" << std::endl;
+    std::cout << "devicedetectd: stopped (" << signalName << ")" << std::endl;
     return 0;
 }

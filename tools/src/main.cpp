@@ -3,6 +3,7 @@
 #include <iostream>
 
 #include "cli_common.h"
+#include "syntavo_devicedetect_version.h"
 #include "tralog.h"
 
 int main(int argc, char** argv)
@@ -11,6 +12,8 @@ int main(int argc, char** argv)
     Context ctx;
     CLI::App app{"devicedetect: query the device-detect service, watch its events and drive its simulator"};
     app.require_subcommand(1);
+    app.set_version_flag("--version", std::string("devicedetect ") + SYNTAVO_DEVICEDETECT_VERSION_STRING,
+                         "Print the program's name and version and exit");
     app.add_option("--log-level", ctx.logLevel,
                    "Show library log lines from this level on: DEBUG, INFO, WARN, ERROR, FATAL (default: none)");
     app.add_option("--runtime-dir", ctx.runtimeDir, "Where the service's socket is (sets TAVIK_RUNTIME_DIR)");

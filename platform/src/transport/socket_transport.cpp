@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -113,6 +114,8 @@ struct Publication {
     int lockFd = -1;
     std::string socketPath;
     std::string lockPath;
+    // False for a socket passed by a supervisor, whose path outlives us.
+    bool ownsSocket = true;
 };
 
 struct TransportState {
@@ -190,6 +193,8 @@ const char* PublishStatusToString(PublishStatus status)
             return "ALREADY_PUBLISHED";
         case PublishStatus::SOCKET_ERROR:
             return "SOCKET_ERROR";
+        case PublishStatus::SOCKET_MISMATCH:
+            return "SOCKET_MISMATCH";
     }
     return "UNKNOWN";
 }
@@ -204,24 +209,25 @@ std::string GetSystemAbilitySocketPath(int32_t systemAbilityId)
     return Transport::SocketPathIn(Transport::ResolveRuntimeDirectory(), systemAbilityId);
 }
 
-PublishStatus PublishSystemAbility(int32_t systemAbilityId, const sptr<IRemoteObject>& object)
+namespace {
+
+// The part both publish paths share, run under the publish mutex: the
+// argument checks, the runtime directory and the lock file. On OK the
+// publication holds its paths and its lock, and `address` the socket's.
+PublishStatus BeginPublication(TransportState& state, int32_t systemAbilityId, const sptr<IRemoteObject>& object,
+                               Publication& publication, sockaddr_un& address, socklen_t& length)
 {
     if (object == nullptr || systemAbilityId < 0) {
         TRANSPORT_LOGE("cannot publish sa %{public}d: no object or a negative id", systemAbilityId);
         return PublishStatus::INVALID_ARGUMENT;
     }
-    TransportState& state = State();
-    std::lock_guard<std::mutex> lock(state.publishMutex);
     if (state.publications.count(systemAbilityId) != 0) {
         TRANSPORT_LOGE("sa %{public}d is already published by this process", systemAbilityId);
         return PublishStatus::ALREADY_PUBLISHED;
     }
     std::string dir = Transport::ResolveRuntimeDirectory();
-    Publication publication;
     publication.socketPath = Transport::SocketPathIn(dir, systemAbilityId);
     publication.lockPath = Transport::LockPathIn(dir, systemAbilityId);
-    sockaddr_un address{};
-    socklen_t length = 0;
     if (!Transport::MakeSocketAddress(publication.socketPath, address, length)) {
         TRANSPORT_LOGE("socket path %{public}s is too long", publication.socketPath.c_str());
         return PublishStatus::RUNTIME_DIR_UNUSABLE;
@@ -233,6 +239,88 @@ PublishStatus PublishSystemAbility(int32_t systemAbilityId, const sptr<IRemoteOb
     publication.lockFd = AcquirePublishLock(publication.lockPath, status);
     if (publication.lockFd < 0) {
         TRANSPORT_LOGE("cannot publish sa %{public}d: %{public}s", systemAbilityId, PublishStatusToString(status));
+        return status;
+    }
+    return PublishStatus::OK;
+}
+
+// Hands the listening socket `fd` to the IPC threads and records the
+// publication. On failure the socket is closed and the lock released.
+PublishStatus FinishPublication(TransportState& state, int32_t systemAbilityId, const sptr<IRemoteObject>& object,
+                                int fd, Publication& publication)
+{
+    publication.listener = std::make_shared<Listener>(fd, object, systemAbilityId);
+    uint64_t key = IpcRuntime::Get().ReserveKey();
+    publication.listener->SetKey(key);
+    if (!IpcRuntime::Get().Register(key, publication.listener, fd, EPOLLIN)) {
+        if (publication.ownsSocket) {
+            unlink(publication.socketPath.c_str());
+        }
+        close(publication.lockFd);
+        return PublishStatus::SOCKET_ERROR;
+    }
+    TRANSPORT_LOGI("sa %{public}d published at %{public}s%{public}s", systemAbilityId, publication.socketPath.c_str(),
+                   publication.ownsSocket ? "" : " (socket passed by the supervisor)");
+    state.publications[systemAbilityId] = std::move(publication);
+    return PublishStatus::OK;
+}
+
+// Why `fd` cannot serve at `path`, or empty when it can: it must be a
+// listening Unix stream socket whose bound name is `path`, and `path` a
+// socket of this user's.
+std::string CheckPassedSocket(int fd, const std::string& path)
+{
+    int type = 0;
+    int domain = 0;
+    int listening = 0;
+    socklen_t size = sizeof(int);
+    if (getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size) != 0) {
+        return errno == ENOTSOCK ? "not a socket" : std::string("unusable: ") + std::strerror(errno);
+    }
+    size = sizeof(int);
+    if (getsockopt(fd, SOL_SOCKET, SO_DOMAIN, &domain, &size) != 0 || domain != AF_UNIX) {
+        return "not a Unix socket";
+    }
+    if (type != SOCK_STREAM) {
+        return "not a stream socket";
+    }
+    size = sizeof(int);
+    if (getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) != 0 || listening == 0) {
+        return "not listening";
+    }
+    sockaddr_un bound{};
+    socklen_t boundLength = sizeof(bound);
+    if (getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &boundLength) != 0 ||
+        boundLength <= offsetof(sockaddr_un, sun_path) || bound.sun_path[0] == '\0') {
+        return "not bound to a path";
+    }
+    size_t nameLength = boundLength - offsetof(sockaddr_un, sun_path);
+    std::string name(bound.sun_path, strnlen(bound.sun_path, nameLength));
+    if (name != path) {
+        // The bound name is the supervisor's configuration, not a peer's.
+        return "bound to " + name;
+    }
+    struct stat info {};
+    if (lstat(path.c_str(), &info) != 0 || !S_ISSOCK(info.st_mode)) {
+        return "no longer at its path";
+    }
+    if (info.st_uid != geteuid()) {
+        return "owned by uid " + std::to_string(info.st_uid);
+    }
+    return "";
+}
+
+}  // namespace
+
+PublishStatus PublishSystemAbility(int32_t systemAbilityId, const sptr<IRemoteObject>& object)
+{
+    TransportState& state = State();
+    std::lock_guard<std::mutex> lock(state.publishMutex);
+    Publication publication;
+    sockaddr_un address{};
+    socklen_t length = 0;
+    PublishStatus status = BeginPublication(state, systemAbilityId, object, publication, address, length);
+    if (status != PublishStatus::OK) {
         return status;
     }
     auto fail = [&publication](PublishStatus result) {
@@ -258,16 +346,45 @@ PublishStatus PublishSystemAbility(int32_t systemAbilityId, const sptr<IRemoteOb
         unlink(publication.socketPath.c_str());
         return fail(PublishStatus::SOCKET_ERROR);
     }
-    publication.listener = std::make_shared<Listener>(fd, object, systemAbilityId);
-    uint64_t key = IpcRuntime::Get().ReserveKey();
-    publication.listener->SetKey(key);
-    if (!IpcRuntime::Get().Register(key, publication.listener, fd, EPOLLIN)) {
-        unlink(publication.socketPath.c_str());
-        return fail(PublishStatus::SOCKET_ERROR);
+    return FinishPublication(state, systemAbilityId, object, fd, publication);
+}
+
+PublishStatus PublishSystemAbilityOnSocket(int32_t systemAbilityId, const sptr<IRemoteObject>& object, int listenFd)
+{
+    if (listenFd < 0) {
+        TRANSPORT_LOGE("cannot publish sa %{public}d: no socket", systemAbilityId);
+        return PublishStatus::INVALID_ARGUMENT;
     }
-    TRANSPORT_LOGI("sa %{public}d published at %{public}s", systemAbilityId, publication.socketPath.c_str());
-    state.publications[systemAbilityId] = std::move(publication);
-    return PublishStatus::OK;
+    TransportState& state = State();
+    std::lock_guard<std::mutex> lock(state.publishMutex);
+    Publication publication;
+    publication.ownsSocket = false;
+    sockaddr_un address{};
+    socklen_t length = 0;
+    PublishStatus status = BeginPublication(state, systemAbilityId, object, publication, address, length);
+    if (status != PublishStatus::OK) {
+        close(listenFd);
+        return status;
+    }
+    // No probe for a live server here: the lock says there is none, and a
+    // probe would only reach our own socket.
+    std::string why = CheckPassedSocket(listenFd, publication.socketPath);
+    int flags = fcntl(listenFd, F_GETFL);
+    if (why.empty() &&
+        (flags < 0 || fcntl(listenFd, F_SETFL, flags | O_NONBLOCK) != 0 || fcntl(listenFd, F_SETFD, FD_CLOEXEC) != 0 ||
+         chmod(publication.socketPath.c_str(), 0600) != 0)) {
+        why = std::string("unusable: ") + std::strerror(errno);
+    }
+    if (!why.empty()) {
+        TRANSPORT_LOGE(
+            "cannot publish sa %{public}d on the passed socket (fd %{public}d), which must be a listening Unix "
+            "stream socket at %{public}s: it is %{public}s",
+            systemAbilityId, listenFd, publication.socketPath.c_str(), why.c_str());
+        close(listenFd);
+        close(publication.lockFd);
+        return PublishStatus::SOCKET_MISMATCH;
+    }
+    return FinishPublication(state, systemAbilityId, object, listenFd, publication);
 }
 
 bool UnpublishSystemAbility(int32_t systemAbilityId)
@@ -284,7 +401,9 @@ bool UnpublishSystemAbility(int32_t systemAbilityId)
         publication = std::move(it->second);
         state.publications.erase(it);
         publication.listener->Stop();
-        unlink(publication.socketPath.c_str());
+        if (publication.ownsSocket) {
+            unlink(publication.socketPath.c_str());
+        }
         // Unlinked while still locked, so a successor that opened the old
         // file notices and opens the new one.
         unlink(publication.lockPath.c_str());

@@ -1,10 +1,13 @@
 // Runtime directory, socket permissions, publishing and peer credentials.
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 
 #include "ipc_status.h"
 #include "socket_transport.h"
@@ -154,6 +157,74 @@ TEST_F(PublishTest, IdIsTakenWhileAPublicationInThisOrAnotherProcessLives)
     EXPECT_NE(StatOf(GetSystemAbilitySocketPath(id_)).st_mode, 0u);
     EXPECT_EQ(PublishSystemAbility(id_, other), PublishStatus::OK);
     EXPECT_TRUE(UnpublishSystemAbility(id_));
+}
+
+// What a supervisor passes: a Unix socket of `type` bound at `path`, and
+// listening when asked to; -1 when it cannot be made.
+int BoundSocket(const std::string& path, int type, bool listening)
+{
+    int fd = socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
+        (listening && listen(fd, 8) != 0)) {
+        if (fd >= 0) {
+            close(fd);
+        }
+        return -1;
+    }
+    return fd;
+}
+
+size_t ClientsOf(int32_t id)
+{
+    size_t count = 0;
+    for (const ConnectionInfo& connection : GetConnections()) {
+        count += connection.incoming && connection.systemAbilityId == id ? 1 : 0;
+    }
+    return count;
+}
+
+TEST_F(PublishTest, ServesAPassedListeningSocketAndRefusesAnyOtherKind)
+{
+    const std::string path = GetSystemAbilitySocketPath(id_);
+    struct Case {
+        const char* what;
+        std::string path;
+        int type;
+        bool listening;
+    };
+    const Case refused[] = {
+        {"datagram socket", path, SOCK_DGRAM, false},
+        {"stream socket that does not listen", path, SOCK_STREAM, false},
+        {"listening at another path", dir_.Path() + "/other.sock", SOCK_STREAM, true},
+    };
+    for (const Case& c : refused) {
+        unlink(c.path.c_str());
+        int fd = BoundSocket(c.path, c.type, c.listening);
+        ASSERT_GE(fd, 0) << c.what;
+        EXPECT_EQ(PublishSystemAbilityOnSocket(id_, service_, fd), PublishStatus::SOCKET_MISMATCH) << c.what;
+        unlink(c.path.c_str());
+    }
+    EXPECT_EQ(PublishSystemAbilityOnSocket(id_, service_, -1), PublishStatus::INVALID_ARGUMENT);
+
+    int fd = BoundSocket(path, SOCK_STREAM, true);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(chmod(path.c_str(), 0666), 0);
+    ASSERT_EQ(PublishSystemAbilityOnSocket(id_, service_, fd), PublishStatus::OK);
+    EXPECT_EQ(StatOf(path).st_mode, S_IFSOCK | 0600u);
+    EXPECT_EQ(PublishSystemAbility(id_, service_), PublishStatus::ALREADY_PUBLISHED);
+    EXPECT_EQ(ClientsOf(id_), 0u);
+    sptr<IRemoteObject> remote = ConnectSystemAbility(id_);
+    ASSERT_NE(remote, nullptr);
+    int32_t answer = 0;
+    EXPECT_EQ(Echo(remote, 5, &answer), IPC_OK);
+    EXPECT_EQ(answer, 5);
+    EXPECT_TRUE(WaitUntil([this] { return ClientsOf(id_) == 1; }));
+    EXPECT_TRUE(UnpublishSystemAbility(id_));
+    // The path is the supervisor's: it stays.
+    EXPECT_EQ(StatOf(path).st_mode & S_IFMT, static_cast<mode_t>(S_IFSOCK));
 }
 
 // The helper (connect-as-nobody) switches to uid/gid 65534 and exits 0 when
