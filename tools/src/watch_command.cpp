@@ -479,19 +479,25 @@ int RunWatch(Context& ctx, const WatchOptions& options)
         }
     }
     auto queue = std::make_shared<EventQueue>();
+    // Subscribed before registering, so that a service that dies right
+    // after the registrations is reported gone like any later death.
+    sptr<ISystemAbilityManager> manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+    auto availability = sptr<ServiceAvailability>::MakeSptr(queue);
+    const int32_t subscribed =
+        manager != nullptr ? manager->SubscribeSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID, availability) : -1;
+    if (subscribed != 0) {
+        std::cerr << "devicedetect: cannot follow the service across restarts: " << StatusName(subscribed) << "\n";
+    }
     Registrations registrations(options, typeNames, queue, ctx.json, recording);
     std::string request;
     int32_t status = registrations.Register(proxy, request);
     if (status != 0) {
+        if (subscribed == 0) {
+            manager->UnsubscribeSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID, availability);
+        }
         return Fail(ctx, request, status);
     }
     ServiceFollower follower(ctx, registrations, proxy);
-    sptr<ISystemAbilityManager> manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
-    auto availability = sptr<ServiceAvailability>::MakeSptr(queue);
-    status = manager != nullptr ? manager->SubscribeSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID, availability) : -1;
-    if (status != 0) {
-        std::cerr << "devicedetect: cannot follow the service across restarts: " << StatusName(status) << "\n";
-    }
 
     std::cerr << "watching (listener " << registrations.ListenerId() << ")";
     if (options.count > 0) {
@@ -529,7 +535,7 @@ int RunWatch(Context& ctx, const WatchOptions& options)
     }
     std::signal(SIGINT, previous);
 
-    if (status == 0) {
+    if (subscribed == 0) {
         manager->UnsubscribeSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID, availability);
     }
     if (follower.Current() != nullptr) {

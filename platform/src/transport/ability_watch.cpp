@@ -639,38 +639,51 @@ void AbilityWatcher::Run(Followups& todo)
 
 void AbilityWatcher::Probe(int32_t id, Followups& todo)
 {
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (!WantsConnectionLocked(id)) {
+    // A connection may close at any step below: before the recipient is on
+    // it (then the transport's cache no longer offers it), or before it is
+    // stored (then its death notice found nothing to end). Either way,
+    // nothing would call us again, so look once more.
+    constexpr int ATTEMPTS = 3;
+    for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            if (!WantsConnectionLocked(id)) {
+                return;
+            }
+        }
+        sptr<IRemoteObject> remote = ConnectSystemAbilityNow(id);
+        if (remote == nullptr) {
             return;
         }
-    }
-    sptr<IRemoteObject> remote = ConnectSystemAbilityNow(id);
-    if (remote == nullptr) {
-        return;
-    }
-    sptr<IRemoteObject::DeathRecipient> recipient(new WatchRecipient(id));
-    if (!remote->AddDeathRecipient(recipient)) {
-        return;  // died already; its successor's socket will be seen
-    }
-    const bool exiting = ProcessIsExiting(GetObjectPeer(remote).pid);
-    Followups more;
-    bool kept = false;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto found = watches_.find(id);
-        if (WantsConnectionLocked(id)) {
-            found->second.remote = remote;
-            found->second.recipient = recipient;
-            found->second.remoteExiting = exiting;
-            UpdateLocked(id, found->second, more);
-            kept = true;
+        sptr<IRemoteObject::DeathRecipient> recipient(new WatchRecipient(id));
+        if (!remote->AddDeathRecipient(recipient)) {
+            continue;
+        }
+        const bool exiting = ProcessIsExiting(GetObjectPeer(remote).pid);
+        bool stored = false;
+        bool dead = false;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            // Death is marked before recipients run: a connection alive
+            // here will find itself stored when its notice comes.
+            dead = remote->IsObjectDead();
+            if (!dead && WantsConnectionLocked(id)) {
+                Watch& watch = watches_[id];
+                watch.remote = remote;
+                watch.recipient = recipient;
+                watch.remoteExiting = exiting;
+                UpdateLocked(id, watch, todo);
+                stored = true;
+            }
+        }
+        if (stored) {
+            return;
+        }
+        remote->RemoveDeathRecipient(recipient);
+        if (!dead) {
+            return;  // another probe got there first
         }
     }
-    if (!kept) {
-        remote->RemoveDeathRecipient(recipient);
-    }
-    todo.deliver.insert(todo.deliver.end(), more.deliver.begin(), more.deliver.end());
 }
 
 void AbilityWatcher::Deliver(const std::shared_ptr<ListenerState>& state)
