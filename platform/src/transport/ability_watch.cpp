@@ -131,17 +131,30 @@ private:
     const int32_t systemAbilityId_;
 };
 
+// Which object GetSystemAbility returns for the id: the in-process one
+// first, then this process's publication, then the server's connection;
+// each with a generation, so that a replaced object differs from the one
+// before it. Listeners hear of every change: gone, then available.
+struct Source {
+    enum Kind { NONE, LOCAL, PUBLISHED, REMOTE };
+    Kind kind = NONE;
+    uint64_t generation = 0;
+    bool operator==(const Source& other) const { return kind == other.kind && generation == other.generation; }
+};
+
 struct Watch {
     std::string directory;
     std::string socketName;
-    bool local = false;
+    // Generation of the in-process object; 0 for none.
+    uint64_t local = 0;
     bool publishedHere = false;
     sptr<IRemoteObject> remote;
     sptr<IRemoteObject::DeathRecipient> recipient;
+    uint64_t remoteGeneration = 0;
     // `remote` leads to a server that is exiting: held, not announced, so
     // that its end (soon) makes the watch look again.
     bool remoteExiting = false;
-    bool available = false;
+    Source current;
     // The inotify watch: on `directory` itself, or on its nearest existing
     // ancestor, whose child `nextComponent` is awaited.
     int wd = -1;
@@ -204,7 +217,9 @@ private:
     std::map<const SystemAbilityListener*, std::shared_ptr<ListenerState>> listeners_;
     // Kept for every id, watched or not, so that a watch starts from the
     // truth.
-    std::set<int32_t> localIds_;
+    // Generation of each id's in-process object.
+    std::map<int32_t, uint64_t> localIds_;
+    uint64_t nextGeneration_ = 1;
     std::set<int32_t> publishedIds_;
     std::set<int32_t> publishingIds_;
     std::shared_ptr<InotifySource> inotify_;
@@ -287,14 +302,15 @@ int32_t AbilityWatcher::Subscribe(int32_t id, const sptr<SystemAbilityListener>&
         auto found = watches_.find(id);
         if (found != watches_.end()) {
             found->second.listeners.push_back(state);
-            if (found->second.available) {
+            if (found->second.current.kind != Source::NONE) {
                 EnqueueLocked(state, Notice{id, true}, todo);
             }
         } else {
             Watch& watch = watches_[id];
             watch.directory = Absolute(ResolveRuntimeDirectory());
             watch.socketName = SocketNameOf(id);
-            watch.local = localIds_.count(id) != 0;
+            auto local = localIds_.find(id);
+            watch.local = local != localIds_.end() ? local->second : 0;
             watch.publishedHere = publishedIds_.count(id) != 0;
             watch.listeners.push_back(state);
             if (inotify_ == nullptr) {
@@ -365,8 +381,11 @@ void AbilityWatcher::NoteLocal(int32_t id, bool present)
     Followups todo;
     {
         std::lock_guard<std::mutex> lock(mutex_);
+        // A new object under the id is a new generation even when it
+        // replaced another: whoever holds the old one must look it up again.
+        const uint64_t generation = present ? nextGeneration_++ : 0;
         if (present) {
-            localIds_.insert(id);
+            localIds_[id] = generation;
         } else {
             localIds_.erase(id);
         }
@@ -374,15 +393,8 @@ void AbilityWatcher::NoteLocal(int32_t id, bool present)
         if (found == watches_.end()) {
             return;
         }
-        Watch& watch = found->second;
-        if (present && watch.local && watch.available) {
-            // Another object took the id's place: whoever holds the old one
-            // must look it up again.
-            watch.local = false;
-            UpdateLocked(id, watch, todo);
-        }
-        watch.local = present;
-        UpdateLocked(id, watch, todo);
+        found->second.local = generation;
+        UpdateLocked(id, found->second, todo);
     }
     Run(todo);
 }
@@ -580,14 +592,27 @@ void AbilityWatcher::ReleaseWdLocked(int wd)
 
 void AbilityWatcher::UpdateLocked(int32_t id, Watch& watch, Followups& todo)
 {
-    const bool available = watch.local || watch.publishedHere || (watch.remote != nullptr && !watch.remoteExiting);
-    if (available == watch.available) {
+    Source now;
+    if (watch.local != 0) {
+        now = Source{Source::LOCAL, watch.local};
+    } else if (watch.publishedHere) {
+        now = Source{Source::PUBLISHED, 0};
+    } else if (watch.remote != nullptr && !watch.remoteExiting) {
+        now = Source{Source::REMOTE, watch.remoteGeneration};
+    }
+    if (now == watch.current) {
         return;
     }
-    watch.available = available;
-    TRANSPORT_LOGI("sa %{public}d %{public}s", id, available ? "available" : "gone");
+    const bool was = watch.current.kind != Source::NONE;
+    watch.current = now;
+    TRANSPORT_LOGI("sa %{public}d %{public}s", id, now.kind == Source::NONE ? "gone" : was ? "replaced" : "available");
     for (const auto& state : watch.listeners) {
-        EnqueueLocked(state, Notice{id, available}, todo);
+        if (was) {
+            EnqueueLocked(state, Notice{id, false}, todo);
+        }
+        if (now.kind != Source::NONE) {
+            EnqueueLocked(state, Notice{id, true}, todo);
+        }
     }
 }
 
@@ -671,6 +696,7 @@ void AbilityWatcher::Probe(int32_t id, Followups& todo)
                 Watch& watch = watches_[id];
                 watch.remote = remote;
                 watch.recipient = recipient;
+                watch.remoteGeneration = nextGeneration_++;
                 watch.remoteExiting = exiting;
                 UpdateLocked(id, watch, todo);
                 stored = true;

@@ -167,6 +167,36 @@ TEST(AbilityAvailabilityTest, AbsentAtSubscriptionThenEachAppearanceAndDisappear
     }
 }
 
+TEST(AbilityAvailabilityTest, AnotherObjectTakingTheIdsPlaceIsGoneAndBack)
+{
+    ScopedRuntimeDir dir;
+    const int32_t id = NextSystemAbilityId();
+    auto listener = sptr<RecordingListener>::MakeSptr();
+    ASSERT_EQ(Manager()->SubscribeSystemAbility(id, listener), IPC_OK);
+    HelperProcess helper;
+    // Each step, and what GetSystemAbility returns after it.
+    const std::pair<std::function<void()>, const char*> steps[] = {
+        {[&] { Manager()->AddSystemAbility(id, new TestService()); }, "first object"},
+        {[&] { Manager()->AddSystemAbility(id, new TestService()); }, "second object"},
+        {[&] { ASSERT_TRUE(helper.Start("serve", id)); }, "second object, the server hidden behind it"},
+        {[&] { Manager()->RemoveSystemAbility(id); }, "the server"},
+        {[&] { helper.Kill(); }, "nothing"},
+    };
+    const size_t heardAfter[] = {1, 3, 3, 5, 6};
+    for (size_t i = 0; i < std::size(steps); ++i) {
+        SCOPED_TRACE(steps[i].second);
+        steps[i].first();
+        ASSERT_TRUE(listener->WaitFor(heardAfter[i]));
+    }
+    EXPECT_EQ(Manager()->UnsubscribeSystemAbility(id, listener), IPC_OK);
+    std::vector<std::string> expected;
+    for (int i = 0; i < 3; ++i) {
+        expected.push_back("available " + std::to_string(id));
+        expected.push_back("gone " + std::to_string(id));
+    }
+    EXPECT_EQ(listener->Lines(), expected);
+}
+
 TEST(AbilityAvailabilityTest, RuntimeDirectoryCreatedAfterSubscriptionAndReplacedLater)
 {
     Tavik::Test::TempDir root;
