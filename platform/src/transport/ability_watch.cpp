@@ -216,8 +216,8 @@ private:
     std::map<int32_t, Watch> watches_;
     std::map<const SystemAbilityListener*, std::shared_ptr<ListenerState>> listeners_;
     // Kept for every id, watched or not, so that a watch starts from the
-    // truth.
-    // Generation of each id's in-process object.
+    // truth: the generation of each id's in-process object, and the ids
+    // this process publishes.
     std::map<int32_t, uint64_t> localIds_;
     uint64_t nextGeneration_ = 1;
     std::set<int32_t> publishedIds_;
@@ -553,7 +553,12 @@ void AbilityWatcher::ReplanLocked(int32_t id, Watch& watch, Followups& todo)
         ++wdUsers_[wd];
         const bool onDirectory = path == watch.directory;
         std::string next = onDirectory ? std::string() : NextComponent(path, watch.directory);
-        if (!onDirectory && IsDirectory(path + (path == "/" ? "" : "/") + next)) {
+        std::string child = path;
+        if (path != "/") {
+            child += '/';
+        }
+        child += next;
+        if (!onDirectory && IsDirectory(child)) {
             ReleaseWdLocked(wd);  // the folder appeared before the watch took hold
             continue;
         }
