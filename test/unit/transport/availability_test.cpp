@@ -369,12 +369,12 @@ TEST(AbilityAvailabilityTest, LeavesNoThreadDescriptorOrInotifyWatchBehind)
         during = Count();
         ASSERT_EQ(Manager()->UnsubscribeSystemAbility(missing, listener), IPC_OK);
         ASSERT_EQ(Manager()->UnsubscribeSystemAbility(served, listener), IPC_OK);
+        // Removing the watch wakes an IPC thread (IN_IGNORED); the
+        // descriptor closes when that thread lets go of it.
+        ASSERT_TRUE(WaitUntil([] { return Count().inotifyDescriptors == 0; }));
     };
     ProcessCounts during;
     round(during);  // starts the IPC threads and the connection to the server
-    // The inotify descriptor closes when an IPC thread still in its
-    // OnReady lets go.
-    ASSERT_TRUE(WaitUntil([] { return Count().inotifyDescriptors == 0; }));
     ProcessCounts before = Count();
     for (int i = 0; i < 20; ++i) {
         round(during);
