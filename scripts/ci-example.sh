@@ -3,7 +3,10 @@
 # prefix, builds examples/app against that install through CMake and through
 # pkg-config, and runs both against a devicedetectd of the same install:
 # each must list the devices and see the event a `devicedetect sim` command
-# causes. Exits non-zero on any failure.
+# causes. Then builds examples/restart the same way and checks that it
+# survives a `kill -9` and restart of the daemon: it must say the service
+# went, register again, and see the next event. Exits non-zero on any
+# failure.
 #
 #   scripts/ci-example.sh [BUILD_DIR]      (default: build/debug)
 #   scripts/ci-example.sh --installed PREFIX
@@ -89,12 +92,22 @@ make -B -s -C "$work/pc-build" -f "$root/examples/app/Makefile" VPATH="$root/exa
     PKG_CONFIG_PATH="$prefix/lib/pkgconfig" >"$work/pc-build.log" 2>&1 || fail "building the example with pkg-config"
 by_pkgconfig=$work/pc-build/example
 
+echo "== restart example through CMake (find_package)"
+cmake -S "$root/examples/restart" -B "$work/restart-build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Release \
+    >"$work/restart-configure.log" || fail "configuring the restart example"
+cmake --build "$work/restart-build" >"$work/restart-build.log" || fail "building the restart example"
+restart_example=$work/restart-build/syntavo_devicedetect_restart_example
+
 echo "== devicedetectd"
 run=$work/run
 mkdir -p "$run"
-"$prefix/bin/devicedetectd" --runtime-dir "$run" --log-level INFO >"$work/daemon.out" 2>"$work/daemon.log" &
-daemon=$!
-wait_for "$work/daemon.out" '^devicedetectd: ready' 10 || fail "devicedetectd did not become ready"
+start_daemon()
+{
+    "$prefix/bin/devicedetectd" --runtime-dir "$run" --log-level INFO >"$work/daemon.out" 2>"$work/daemon.log" &
+    daemon=$!
+    wait_for "$work/daemon.out" '^devicedetectd: ready' 10 || fail "devicedetectd did not become ready"
+}
+start_daemon
 # Log lines: local time to the microsecond, level, domain/tag, message.
 grep -qE '^[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\.[0-9]{6} INFO 0x[0-9A-F]+/[A-Za-z]+: ' \
     "$work/daemon.log" || fail "devicedetectd log lines lack timestamp, level, domain or tag"
@@ -117,6 +130,25 @@ run_example()
 }
 run_example "$by_cmake" online "event online: Family Car (udid-car-0001, type 131)"
 run_example "$by_pkgconfig" offline "event offline: Family Car (udid-car-0001, type 131)"
+
+echo "== restart example: devicedetectd killed and started again"
+out=$work/restart-example.out
+env -u LD_LIBRARY_PATH TAVIK_RUNTIME_DIR="$run" "$restart_example" 1 30 >"$out" 2>&1 &
+pid=$!
+stop_example() { kill "$pid" 2>/dev/null || true; }
+wait_for "$out" '^registered \(listener' 10 || { stop_example; fail "the restart example did not register"; }
+kill -KILL "$daemon"
+wait "$daemon" 2>/dev/null || true
+wait_for "$out" '^service gone' 10 || { stop_example; fail "the restart example did not see the service go"; }
+start_daemon
+wait_for "$out" '^registered again' 10 || { stop_example; fail "the restart example did not register again"; }
+"$prefix/bin/devicedetect" --runtime-dir "$run" sim online udid-car-0001 >>"$work/sim.out" ||
+    { stop_example; fail "devicedetect sim online after the restart"; }
+rc=0
+wait "$pid" || rc=$?
+[ "$rc" -eq 0 ] || fail "the restart example exited with $rc"
+grep -qF "event online: Family Car (udid-car-0001)" "$out" || fail "the restart example did not see the event"
+echo "$(basename "$restart_example"): gone, registered again, saw the event"
 
 echo "== stop devicedetectd"
 kill -TERM "$daemon"

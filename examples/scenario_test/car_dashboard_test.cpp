@@ -1,7 +1,7 @@
 // How an application tests its reaction to devices coming and going: a
 // small "car dashboard" that shows the car while it is connected, driven by
 // the scenario examples/scenarios/car_arrives.json in the test's own
-// process.
+// process; and how it tests that it survives a restart of the service.
 #include <chrono>
 #include <mutex>
 #include <string>
@@ -10,6 +10,7 @@
 
 #include "device_detect_proxy.h"
 #include "devicedetect_test_helper.h"
+#include "system_ability_manager.h"
 
 using namespace Tavik;
 using namespace Tavik::Syntavo;
@@ -49,6 +50,26 @@ private:
     EventLog& log_;
     mutable std::mutex mutex_;
     bool carConnected_ = false;
+};
+
+// The application's part in a restart: registers the dashboard whenever the
+// service is available, the first time included. A restarted service knows
+// nothing of the registrations its predecessor had.
+class DashboardConnection : public SystemAbilityListener {
+public:
+    explicit DashboardConnection(sptr<CarDashboard> dashboard) : dashboard_(std::move(dashboard)) {}
+
+    void OnSystemAbilityAvailable(int32_t /* systemAbilityId */) override
+    {
+        sptr<DeviceDetectProxy> proxy = DeviceDetectProxy::GetInstance();
+        if (proxy != nullptr) {
+            proxy->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr(""), "dashboard", dashboard_);
+        }
+    }
+    void OnSystemAbilityGone(int32_t /* systemAbilityId */) override {}
+
+private:
+    sptr<CarDashboard> dashboard_;
 };
 
 class CarDashboardTest : public ::testing::Test {
@@ -103,6 +124,30 @@ TEST_F(CarDashboardTest, ADeviceAddedByTheTestReachesTheApplication)
     EXPECT_EQ(log_.Events().front(), "online E-Bike");
     EXPECT_FALSE(sim_.SetOnline("no-such-device"));
     EXPECT_NE(sim_.LastError().find("SIM_ERR_NO_SUCH_DEVICE"), std::string::npos) << sim_.LastError();
+}
+
+TEST(CarDashboardRestartTest, RegistersAgainWhenTheServiceRestarts)
+{
+    DeviceDetectTestHelper sim;
+    ASSERT_TRUE(sim.StartWithScenarioFile(SCENARIO_DIR "/car_arrives.json")) << sim.LastError();
+    EventLog log;
+    auto dashboard = sptr<CarDashboard>::MakeSptr(log);
+    auto connection = sptr<DashboardConnection>::MakeSptr(dashboard);
+    sptr<ISystemAbilityManager> manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+    ASSERT_EQ(manager->SubscribeSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID, connection), 0);
+    ASSERT_TRUE(sim.WaitForListeners(1, WAIT)) << sim.LastError();
+
+    // The restarted service plays the scenario from its start again: the
+    // car arrives once more, and the dashboard, registered again, sees it.
+    for (int round = 1; round <= 2; ++round) {
+        ASSERT_TRUE(sim.Step()) << sim.LastError();
+        ASSERT_TRUE(log.WaitForCount(static_cast<size_t>(round), WAIT));
+        EXPECT_TRUE(dashboard->CarConnected());
+        ASSERT_TRUE(sim.Restart()) << sim.LastError();
+        ASSERT_TRUE(sim.WaitForListeners(1, WAIT)) << sim.LastError();
+    }
+    EXPECT_EQ(log.Events(), (std::vector<std::string>{"online Family Car", "online Family Car"}));
+    EXPECT_EQ(manager->UnsubscribeSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID, connection), 0);
 }
 
 }  // namespace

@@ -1,11 +1,75 @@
 #include "system_ability_manager.h"
 
+#include <condition_variable>
 #include <unordered_map>
 
 #include "ipc_status.h"
 #include "socket_transport.h"
+#include "transport/ability_watch.h"
 
 namespace Tavik {
+
+namespace {
+
+// Wakes WaitForSystemAbility when the ability may have appeared.
+class AbilityWaiter : public SystemAbilityListener {
+public:
+    void OnSystemAbilityAvailable(int32_t /* systemAbilityId */) override
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        available_ = true;
+        changed_.notify_all();
+    }
+    void OnSystemAbilityGone(int32_t /* systemAbilityId */) override {}
+
+    // True when told of an appearance before `deadline`; takes the news.
+    bool WaitUntil(std::chrono::steady_clock::time_point deadline)
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        bool told = changed_.wait_until(lock, deadline, [this] { return available_; });
+        available_ = false;
+        return told;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool available_ = false;
+};
+
+}  // namespace
+
+int32_t ISystemAbilityManager::SubscribeSystemAbility(int32_t /* systemAbilityId */,
+                                                      const sptr<SystemAbilityListener>& /* listener */)
+{
+    return IPC_ERR_UNKNOWN_TRANSACTION;
+}
+
+int32_t ISystemAbilityManager::UnsubscribeSystemAbility(int32_t /* systemAbilityId */,
+                                                        const sptr<SystemAbilityListener>& /* listener */)
+{
+    return IPC_ERR_UNKNOWN_TRANSACTION;
+}
+
+sptr<IRemoteObject> ISystemAbilityManager::WaitForSystemAbility(int32_t systemAbilityId,
+                                                                std::chrono::milliseconds timeout)
+{
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    sptr<AbilityWaiter> waiter(new AbilityWaiter());
+    // Subscribed before the first look, so that an appearance right after
+    // it still wakes the wait.
+    const bool subscribed = SubscribeSystemAbility(systemAbilityId, waiter) == IPC_OK;
+    sptr<IRemoteObject> object = GetSystemAbility(systemAbilityId);
+    // "Available" may come for an ability that is gone again by the time we
+    // look; then wait for the next one.
+    while (object == nullptr && subscribed && waiter->WaitUntil(deadline)) {
+        object = GetSystemAbility(systemAbilityId);
+    }
+    if (subscribed) {
+        UnsubscribeSystemAbility(systemAbilityId, waiter);
+    }
+    return object;
+}
 
 namespace {
 
@@ -32,8 +96,13 @@ public:
         if (ability == nullptr) {
             return IPC_ERR_INVALID_DATA;
         }
-        std::lock_guard<std::mutex> lock(mutex_);
-        abilities_[systemAbilityId] = ability;
+        sptr<IRemoteObject> replaced;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            replaced = std::move(abilities_[systemAbilityId]);
+            abilities_[systemAbilityId] = ability;
+        }
+        Transport::NoteLocalAbility(systemAbilityId, true);
         return IPC_OK;
     }
 
@@ -49,9 +118,22 @@ public:
             removed = it->second;
             abilities_.erase(it);
         }
+        Transport::NoteLocalAbility(systemAbilityId, false);
         // `removed` is released here, outside the lock: the object's
         // destructor may well log or look something up.
         return IPC_OK;
+    }
+
+    // Abilities added here, published by this process, or served by another
+    // process over the runtime directory (transport/ability_watch.h).
+    int32_t SubscribeSystemAbility(int32_t systemAbilityId, const sptr<SystemAbilityListener>& listener) override
+    {
+        return Transport::SubscribeAbility(systemAbilityId, listener);
+    }
+
+    int32_t UnsubscribeSystemAbility(int32_t systemAbilityId, const sptr<SystemAbilityListener>& listener) override
+    {
+        return Transport::UnsubscribeAbility(systemAbilityId, listener);
     }
 
 private:

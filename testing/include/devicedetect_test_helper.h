@@ -13,6 +13,12 @@
 // One helper at a time per process (there is one system ability manager).
 // Callbacks are delivered on the thread that runs a step, before Step()
 // returns; the waits are for handlers that hand work to other threads.
+//
+// Restarts: Restart() ends the service as a crash would and starts a new
+// one, so a test can check that the application registers again:
+//
+//     ASSERT_TRUE(sim.Restart()) << sim.LastError();
+//     ASSERT_TRUE(sim.WaitForListeners(1, std::chrono::seconds(2))) << sim.LastError();
 #ifndef SYNTAVO_DEVICEDETECT_TEST_HELPER_H
 #define SYNTAVO_DEVICEDETECT_TEST_HELPER_H
 
@@ -45,6 +51,14 @@ public:
     bool StartWithScenario(const std::string& scenarioJson);
     bool StartWithScenarioFile(const std::string& path);
     void Stop();
+    // Ends the running service as a crash would: its object leaves the
+    // system ability manager (subscribers hear it is gone) and its death
+    // recipients fire (the proxy drops its cache). Then starts a new one
+    // from the same world, or the same scenario at its first step, which
+    // subscribers hear is available. The new service knows no
+    // registrations: WaitForListeners then waits for the application to
+    // register again. False when nothing was started or publishing fails.
+    bool Restart();
 
     // The scenario's next step, after its "until" condition holds (its time
     // is ignored: tests run as fast as the steps allow). False when none is
@@ -70,7 +84,9 @@ public:
 
 private:
     struct State;
+    // `build` fills the state's world (and scenario); then Launch starts it.
     bool Start(const std::function<bool(std::string&)>& build);
+    bool Launch();
     bool Control(const std::function<int32_t(std::string&)>& request);
 
     std::unique_ptr<State> state_;

@@ -13,6 +13,9 @@ namespace Syntavo {
 namespace Testing {
 
 struct DeviceDetectTestHelper::State {
+    // What every start of the service begins with.
+    Sim::World world;
+    std::unique_ptr<Sim::Scenario> scenario;
     std::unique_ptr<Sim::EmbeddedService> service;
     std::unique_ptr<Sim::ScenarioPlayer> player;
 };
@@ -33,6 +36,15 @@ bool DeviceDetectTestHelper::Start(const std::function<bool(std::string&)>& buil
         state_.reset();
         return false;
     }
+    return Launch();
+}
+
+bool DeviceDetectTestHelper::Launch()
+{
+    state_->service = std::make_unique<Sim::EmbeddedService>(state_->world);
+    if (state_->scenario != nullptr) {
+        state_->player = std::make_unique<Sim::ScenarioPlayer>(*state_->scenario, state_->service->Object());
+    }
     if (!state_->service->Publish()) {
         lastError_ = "the embedded service could not be published (is another one running in this process?)";
         state_.reset();
@@ -44,61 +56,42 @@ bool DeviceDetectTestHelper::Start(const std::function<bool(std::string&)>& buil
 bool DeviceDetectTestHelper::StartWithBuiltInWorld()
 {
     return Start([this](std::string&) {
-        state_->service = std::make_unique<Sim::EmbeddedService>(Sim::DefaultWorld());
+        state_->world = Sim::DefaultWorld();
         return true;
     });
 }
 
 bool DeviceDetectTestHelper::StartWithWorld(const std::string& worldJson)
 {
-    return Start([this, &worldJson](std::string& error) {
-        Sim::World world;
-        if (!Sim::ParseWorld(worldJson, world, error)) {
-            return false;
-        }
-        state_->service = std::make_unique<Sim::EmbeddedService>(world);
-        return true;
-    });
+    return Start([this, &worldJson](std::string& error) { return Sim::ParseWorld(worldJson, state_->world, error); });
 }
 
 bool DeviceDetectTestHelper::StartWithWorldFile(const std::string& path)
 {
-    return Start([this, &path](std::string& error) {
-        Sim::World world;
-        if (!Sim::LoadWorldFile(path, world, error)) {
-            return false;
-        }
-        state_->service = std::make_unique<Sim::EmbeddedService>(world);
-        return true;
-    });
+    return Start([this, &path](std::string& error) { return Sim::LoadWorldFile(path, state_->world, error); });
 }
-
-namespace {
-
-bool StartScenario(const Sim::Scenario& scenario, std::unique_ptr<Sim::EmbeddedService>& service,
-                   std::unique_ptr<Sim::ScenarioPlayer>& player)
-{
-    service = std::make_unique<Sim::EmbeddedService>(scenario.world);
-    player = std::make_unique<Sim::ScenarioPlayer>(scenario, service->Object());
-    return true;
-}
-
-}  // namespace
 
 bool DeviceDetectTestHelper::StartWithScenario(const std::string& scenarioJson)
 {
     return Start([this, &scenarioJson](std::string& error) {
-        Sim::Scenario scenario;
-        return Sim::ParseScenario(scenarioJson, scenario, error) &&
-               StartScenario(scenario, state_->service, state_->player);
+        state_->scenario = std::make_unique<Sim::Scenario>();
+        if (!Sim::ParseScenario(scenarioJson, *state_->scenario, error)) {
+            return false;
+        }
+        state_->world = state_->scenario->world;
+        return true;
     });
 }
 
 bool DeviceDetectTestHelper::StartWithScenarioFile(const std::string& path)
 {
     return Start([this, &path](std::string& error) {
-        Sim::Scenario scenario;
-        return Sim::LoadScenarioFile(path, scenario, error) && StartScenario(scenario, state_->service, state_->player);
+        state_->scenario = std::make_unique<Sim::Scenario>();
+        if (!Sim::LoadScenarioFile(path, *state_->scenario, error)) {
+            return false;
+        }
+        state_->world = state_->scenario->world;
+        return true;
     });
 }
 
@@ -112,6 +105,23 @@ void DeviceDetectTestHelper::Stop()
         state_->service.reset();
         state_.reset();
     }
+}
+
+bool DeviceDetectTestHelper::Restart()
+{
+    if (state_ == nullptr) {
+        lastError_ = "the service was not started";
+        return false;
+    }
+    lastError_.clear();
+    if (state_->player != nullptr) {
+        state_->player->Stop();
+    }
+    state_->player.reset();
+    // Unpublishing tells subscribers the service is gone and fires its
+    // death recipients, as a crash of the daemon would.
+    state_->service.reset();
+    return Launch();
 }
 
 bool DeviceDetectTestHelper::Step()

@@ -1,6 +1,7 @@
 #include "cli_common.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <iostream>
 
@@ -22,6 +23,16 @@ CLI::App* AddCommand(CLI::App& parent, Context& ctx, const std::string& name, co
     CLI::App* command = parent.add_subcommand(name, description);
     command->fallthrough();
     command->add_flag("--json", ctx.json, "Print JSON for scripts instead of tables");
+    return command;
+}
+
+CLI::App* AddCommandWithWait(CLI::App& parent, Context& ctx, const std::string& name, const std::string& description)
+{
+    CLI::App* command = AddCommand(parent, ctx, name, description);
+    command
+        ->add_option("--wait", ctx.waitSeconds,
+                     "Seconds to wait for the service to start when it is not running (default 0: fail at once)")
+        ->check(CLI::NonNegativeNumber);
     return command;
 }
 
@@ -82,7 +93,11 @@ int Unreachable(const Context& ctx)
         PrintJson(Json{{"ok", false}, {"status", "unreachable"}, {"systemAbility", SYNTAVO_DEVICE_DETECT_SA_ID}});
     }
     std::cerr << "devicedetect: cannot reach the device-detect service (system ability " << SYNTAVO_DEVICE_DETECT_SA_ID
-              << ").\n"
+              << ")";
+    if (ctx.waitSeconds > 0) {
+        std::cerr << " within " << ctx.waitSeconds << " s";
+    }
+    std::cerr << ".\n"
               << "  tried: the in-process system ability manager, then the socket " << SocketHint() << "\n"
               << "  start the service first:  devicedetectd &\n"
               << "  (with the same --runtime-dir on both programs), or run `devicedetect demo`,\n"
@@ -90,8 +105,26 @@ int Unreachable(const Context& ctx)
     return EXIT_UNREACHABLE;
 }
 
+namespace {
+
+// --wait: until the service's object can be looked up, or the time is up.
+void WaitForService(const Context& ctx)
+{
+    sptr<ISystemAbilityManager> manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+    if (ctx.waitSeconds <= 0 || manager == nullptr ||
+        manager->GetSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID) != nullptr) {
+        return;
+    }
+    std::cerr << "devicedetect: waiting up to " << ctx.waitSeconds << " s for the device-detect service" << std::endl;
+    manager->WaitForSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID,
+                                  std::chrono::milliseconds(static_cast<int64_t>(ctx.waitSeconds * 1000)));
+}
+
+}  // namespace
+
 sptr<DeviceDetectProxy> GetProxy(const Context& ctx)
 {
+    WaitForService(ctx);
     sptr<DeviceDetectProxy> proxy = DeviceDetectProxy::GetInstance();
     if (proxy == nullptr) {
         Unreachable(ctx);
@@ -101,6 +134,7 @@ sptr<DeviceDetectProxy> GetProxy(const Context& ctx)
 
 sptr<IRemoteObject> GetServiceObject(const Context& ctx)
 {
+    WaitForService(ctx);
     sptr<ISystemAbilityManager> manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
     sptr<IRemoteObject> object = manager != nullptr ? manager->GetSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID) : nullptr;
     if (object == nullptr) {

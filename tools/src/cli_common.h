@@ -32,12 +32,17 @@ struct Context {
     bool json = false;
     std::string logLevel;
     std::string runtimeDir;
+    // --wait: how long a command waits for the service to appear before it
+    // reports it unreachable; 0 looks once.
+    double waitSeconds = 0;
     // Set by the chosen subcommand's callback, run by main after parsing.
     std::function<int()> action;
 };
 
 // Adds --json to a subcommand (the parent's options fall through as well).
 CLI::App* AddCommand(CLI::App& parent, Context& ctx, const std::string& name, const std::string& description);
+// AddCommand for a command that talks to the service: also --wait SECONDS.
+CLI::App* AddCommandWithWait(CLI::App& parent, Context& ctx, const std::string& name, const std::string& description);
 
 // DeviceDetectStatusToString, then the service's and the platform's names;
 // "status N" for a value none of them knows.
@@ -50,6 +55,7 @@ int Fail(const Context& ctx, const std::string& what, int32_t status, const std:
 int Unreachable(const Context& ctx);
 
 // The process-wide proxy, or null after printing the unreachable message.
+// With --wait, waits that long for the service to appear first.
 sptr<Tavik::Syntavo::DeviceDetectProxy> GetProxy(const Context& ctx);
 // The service's remote object (for control requests), or null likewise.
 sptr<Tavik::IRemoteObject> GetServiceObject(const Context& ctx);

@@ -53,7 +53,7 @@ int PrintDeviceList(const Context& ctx, const std::vector<DeviceInfo>& devices)
     return EXIT_OK;
 }
 
-// Collects detection events of `list-by-device --wait`.
+// Collects detection events of `list-by-device --listen`.
 class DetectPrinter : public DeviceDetectCallbackStub {
 public:
     explicit DetectPrinter(bool json) : json_(json) {}
@@ -154,7 +154,7 @@ int PrintStatus(const Context& ctx, const std::string& what, int32_t status)
 void AddListCommands(CLI::App& app, Context& ctx)
 {
     auto extra = std::make_shared<std::string>();
-    CLI::App* list = AddCommand(app, ctx, "list", "Trusted devices that are online (GetTrustedDeviceList)");
+    CLI::App* list = AddCommandWithWait(app, ctx, "list", "Trusted devices that are online (GetTrustedDeviceList)");
     list->add_option("--extra", *extra, "String argument passed to the service unchanged");
     list->callback([&ctx, extra] {
         ctx.action = [&ctx, extra] {
@@ -173,8 +173,8 @@ void AddListCommands(CLI::App& app, Context& ctx)
         uint32_t accountType = 0;
     };
     auto ability = std::make_shared<AbilityOptions>();
-    CLI::App* byAbility = AddCommand(app, ctx, "list-by-ability",
-                                     "Devices with matching abilities (GetTrustedDeviceListWithAbilityFilter)");
+    CLI::App* byAbility = AddCommandWithWait(app, ctx, "list-by-ability",
+                                             "Devices with matching abilities (GetTrustedDeviceListWithAbilityFilter)");
     byAbility->add_option("--bundle", ability->bundle, "Bundle name the ability must have");
     byAbility->add_option("--ability-type", ability->abilityType, "Ability type, e.g. page or service");
     byAbility->add_option("--description", ability->description, "Ability description");
@@ -243,8 +243,8 @@ void AddListCommands(CLI::App& app, Context& ctx)
         std::vector<std::string> types;
     };
     auto service = std::make_shared<ServiceOptions>();
-    CLI::App* byService =
-        AddCommand(app, ctx, "list-by-service", "Devices offering a service (GetTrustedDeviceListWithServiceFilter)");
+    CLI::App* byService = AddCommandWithWait(app, ctx, "list-by-service",
+                                             "Devices offering a service (GetTrustedDeviceListWithServiceFilter)");
     byService->add_option("--service", service->service, "Service name the device must offer (default: any)");
     byService->add_option("--type", service->types, "Accepted device type, repeatable (default: any)");
     byService->add_option("--extra", service->extra, "String argument passed to the service unchanged");
@@ -273,14 +273,14 @@ void AddListCommands(CLI::App& app, Context& ctx)
     struct DeviceOptions {
         std::vector<std::string> types;
         std::vector<uint32_t> accounts;
-        int wait = 0;
+        int listen = 0;
     };
     auto device = std::make_shared<DeviceOptions>();
     CLI::App* byDevice =
-        AddCommand(app, ctx, "list-by-device", "Devices of given types (GetTrustedDeviceListWithDeviceFilter)");
+        AddCommandWithWait(app, ctx, "list-by-device", "Devices of given types (GetTrustedDeviceListWithDeviceFilter)");
     byDevice->add_option("--type", device->types, "Device type name or code, repeatable")->required();
     byDevice->add_option("--account", device->accounts, "Account type, repeatable (default: 0, 1 and 2)");
-    byDevice->add_option("--wait", device->wait, "Seconds to stay and print detection events (default 0)");
+    byDevice->add_option("--listen", device->listen, "Seconds to stay and print detection events (default 0)");
     byDevice->callback([&ctx, device] {
         ctx.action = [&ctx, device] {
             std::vector<uint32_t> codes;
@@ -300,7 +300,7 @@ void AddListCommands(CLI::App& app, Context& ctx)
                 return Fail(ctx, "GetTrustedDeviceListWithDeviceFilter", status);
             }
             PrintDeviceList(ctx, devices);
-            Pause(device->wait);
+            Pause(device->listen);
             return EXIT_OK;
         };
     });
@@ -308,7 +308,7 @@ void AddListCommands(CLI::App& app, Context& ctx)
 
 void AddDeviceInfoCommands(CLI::App& app, Context& ctx)
 {
-    CLI::App* local = AddCommand(app, ctx, "local", "The local device (GetLocalDeviceInfo)");
+    CLI::App* local = AddCommandWithWait(app, ctx, "local", "The local device (GetLocalDeviceInfo)");
     local->callback([&ctx] {
         ctx.action = [&ctx] {
             sptr<DeviceDetectProxy> proxy = GetProxy(ctx);
@@ -334,7 +334,7 @@ void AddDeviceInfoCommands(CLI::App& app, Context& ctx)
         std::vector<std::string> keys;
     };
     auto dynamic = std::make_shared<DynamicOptions>();
-    CLI::App* dyn = AddCommand(app, ctx, "dynamic", "Dynamic information by keys (GetRemoteDeviceDynamicInfo)");
+    CLI::App* dyn = AddCommandWithWait(app, ctx, "dynamic", "Dynamic information by keys (GetRemoteDeviceDynamicInfo)");
     dyn->add_option("device", dynamic->device, "Udid or network id")->required();
     dyn->add_option("keys", dynamic->keys, "Keys to ask for, e.g. battery")->required();
     dyn->callback([&ctx, dynamic] {
@@ -366,7 +366,7 @@ void AddDeviceInfoCommands(CLI::App& app, Context& ctx)
     });
 
     auto configDevice = std::make_shared<std::string>();
-    CLI::App* config = AddCommand(app, ctx, "config", "Device configuration (QueryDeviceConfigInfo)");
+    CLI::App* config = AddCommandWithWait(app, ctx, "config", "Device configuration (QueryDeviceConfigInfo)");
     config->add_option("device", *configDevice, "Udid or network id")->required();
     config->callback([&ctx, configDevice] {
         ctx.action = [&ctx, configDevice] {
@@ -401,7 +401,7 @@ void AddDeviceInfoCommands(CLI::App& app, Context& ctx)
     });
 
     auto switchDevice = std::make_shared<std::string>();
-    CLI::App* sw = AddCommand(app, ctx, "switch", "Switch status of a device (GetDeviceSwitch)");
+    CLI::App* sw = AddCommandWithWait(app, ctx, "switch", "Switch status of a device (GetDeviceSwitch)");
     sw->add_option("device", *switchDevice, "Udid or network id")->required();
     sw->callback([&ctx, switchDevice] {
         ctx.action = [&ctx, switchDevice] {
@@ -439,7 +439,7 @@ void AddDeviceInfoCommands(CLI::App& app, Context& ctx)
           BoolQuery{"next-type", "Whether a device is a next-type device (GetIsNextTypeDevice)", "nextType",
                     &DeviceDetectProxy::GetIsNextTypeDevice}}) {
         auto networkId = std::make_shared<std::string>();
-        CLI::App* command = AddCommand(app, ctx, query.name, query.description);
+        CLI::App* command = AddCommandWithWait(app, ctx, query.name, query.description);
         command->add_option("network-id", *networkId, "Network id (or udid)")->required();
         command->callback([&ctx, networkId, query] {
             ctx.action = [&ctx, networkId, query] {
@@ -458,12 +458,12 @@ void AddServiceCommands(CLI::App& app, Context& ctx)
 {
     struct RequestOptions {
         std::string pkg;
-        int wait = 0;
+        int listen = 0;
     };
     auto request = std::make_shared<RequestOptions>();
-    CLI::App* req = AddCommand(app, ctx, "request-service", "Request a service for a package (RequestService)");
+    CLI::App* req = AddCommandWithWait(app, ctx, "request-service", "Request a service for a package (RequestService)");
     req->add_option("package", request->pkg, "Package name")->required();
-    req->add_option("--wait", request->wait, "Seconds to stay and print publish results (default 0)");
+    req->add_option("--listen", request->listen, "Seconds to stay and print publish results (default 0)");
     req->callback([&ctx, request] {
         ctx.action = [&ctx, request] {
             sptr<DeviceDetectProxy> proxy = GetProxy(ctx);
@@ -475,13 +475,14 @@ void AddServiceCommands(CLI::App& app, Context& ctx)
             if (status != 0) {
                 return Fail(ctx, "RequestService", status);
             }
-            Pause(request->wait);
+            Pause(request->listen);
             return EXIT_OK;
         };
     });
 
     auto unrequestPkg = std::make_shared<std::string>();
-    CLI::App* unreq = AddCommand(app, ctx, "unrequest-service", "Withdraw a package's request (UnRequestService)");
+    CLI::App* unreq =
+        AddCommandWithWait(app, ctx, "unrequest-service", "Withdraw a package's request (UnRequestService)");
     unreq->add_option("package", *unrequestPkg, "Package name")->required();
     unreq->callback([&ctx, unrequestPkg] {
         ctx.action = [&ctx, unrequestPkg] {
@@ -492,9 +493,9 @@ void AddServiceCommands(CLI::App& app, Context& ctx)
     });
 
     auto dialogEvent = std::make_shared<std::string>();
-    CLI::App* dialog = AddCommand(app, ctx, "dialog",
-                                  "Send a dialog event and print the reply (SetDialogEventCallback, "
-                                  "NotifyAppDialogEvent)");
+    CLI::App* dialog = AddCommandWithWait(app, ctx, "dialog",
+                                          "Send a dialog event and print the reply (SetDialogEventCallback, "
+                                          "NotifyAppDialogEvent)");
     dialog->add_option("event", *dialogEvent, "Dialog event text")->required();
     dialog->callback([&ctx, dialogEvent] {
         ctx.action = [&ctx, dialogEvent] {
@@ -516,8 +517,9 @@ void AddServiceCommands(CLI::App& app, Context& ctx)
     CLI::App* keyMouse = AddCommand(app, ctx, "key-mouse", "Key-mouse sharing requests");
     keyMouse->require_subcommand(1);
     auto callerId = std::make_shared<std::string>();
-    CLI::App* reg = AddCommand(*keyMouse, ctx, "register",
-                               "Register a key-mouse callback until this process exits (RegisterKeyMouseCallback)");
+    CLI::App* reg =
+        AddCommandWithWait(*keyMouse, ctx, "register",
+                           "Register a key-mouse callback until this process exits (RegisterKeyMouseCallback)");
     reg->add_option("caller-id", *callerId, "Caller id")->required();
     reg->callback([&ctx, callerId] {
         ctx.action = [&ctx, callerId] {
@@ -531,7 +533,7 @@ void AddServiceCommands(CLI::App& app, Context& ctx)
     });
     auto unregCaller = std::make_shared<std::string>();
     CLI::App* unreg =
-        AddCommand(*keyMouse, ctx, "unregister", "Remove a key-mouse callback (UnregisterKeyMouseCallback)");
+        AddCommandWithWait(*keyMouse, ctx, "unregister", "Remove a key-mouse callback (UnregisterKeyMouseCallback)");
     unreg->add_option("caller-id", *unregCaller, "Caller id")->required();
     unreg->callback([&ctx, unregCaller] {
         ctx.action = [&ctx, unregCaller] {
@@ -542,8 +544,8 @@ void AddServiceCommands(CLI::App& app, Context& ctx)
         };
     });
     auto edge = std::make_shared<std::string>();
-    CLI::App* edgeCmd =
-        AddCommand(*keyMouse, ctx, "edge", "Turn the key-mouse edge switch on or off (UpdateKeyMouseEdgeSwitch)");
+    CLI::App* edgeCmd = AddCommandWithWait(*keyMouse, ctx, "edge",
+                                           "Turn the key-mouse edge switch on or off (UpdateKeyMouseEdgeSwitch)");
     edgeCmd->add_option("state", *edge, "on or off")->required()->check(CLI::IsMember({"on", "off"}));
     edgeCmd->callback([&ctx, edge] {
         ctx.action = [&ctx, edge] {
@@ -555,7 +557,7 @@ void AddServiceCommands(CLI::App& app, Context& ctx)
     });
     auto bind = std::make_shared<std::string>();
     CLI::App* bindCmd =
-        AddCommand(*keyMouse, ctx, "bind", "Pass the key-mouse binding flag (GetBindKeymouseServiceReq)");
+        AddCommandWithWait(*keyMouse, ctx, "bind", "Pass the key-mouse binding flag (GetBindKeymouseServiceReq)");
     bindCmd->add_option("state", *bind, "on or off")->required()->check(CLI::IsMember({"on", "off"}));
     bindCmd->callback([&ctx, bind] {
         ctx.action = [&ctx, bind] {

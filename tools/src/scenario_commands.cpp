@@ -83,13 +83,15 @@ int RunPlay(const Context& ctx, const PlayCommandOptions& options)
 void AddScenarioCommands(CLI::App& sim, Context& ctx)
 {
     auto options = std::make_shared<PlayCommandOptions>();
-    CLI::App* play = AddCommand(sim, ctx, "play", "Load a scenario's world and play its steps on their schedule");
+    CLI::App* play =
+        AddCommandWithWait(sim, ctx, "play", "Load a scenario's world and play its steps on their schedule");
     play->add_option("file", options->file, "Scenario JSON file")->required();
     play->add_option("--speed", options->speed, "Time scale: 2 plays twice as fast")->check(CLI::PositiveNumber);
     play->add_flag("--step", options->step, "Play one step each time Enter is pressed");
     play->callback([&ctx, options] { ctx.action = [&ctx, options] { return RunPlay(ctx, *options); }; });
 
-    CLI::App* step = AddCommand(sim, ctx, "step", "Play the next step of the scenario devicedetectd runs with --step");
+    CLI::App* step =
+        AddCommandWithWait(sim, ctx, "step", "Play the next step of the scenario devicedetectd runs with --step");
     step->callback([&ctx] {
         ctx.action = [&ctx] {
             sptr<IRemoteObject> service = GetServiceObject(ctx);

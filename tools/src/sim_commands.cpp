@@ -60,7 +60,8 @@ void AddStateCommands(CLI::App& sim, Context& ctx)
     for (Sim::DeviceState state : {Sim::DeviceState::ONLINE, Sim::DeviceState::OFFLINE, Sim::DeviceState::READY}) {
         auto device = std::make_shared<std::string>();
         std::string name = Sim::DeviceStateToString(state);
-        CLI::App* command = AddCommand(sim, ctx, name, "Set a device " + name + " (listeners get their events)");
+        CLI::App* command =
+            AddCommandWithWait(sim, ctx, name, "Set a device " + name + " (listeners get their events)");
         command->add_option("device", *device, "Udid or network id")->required();
         command->callback([&ctx, device, state] {
             ctx.action = [&ctx, device, state] {
@@ -78,7 +79,8 @@ void AddDeviceCommands(CLI::App& sim, Context& ctx)
         std::string file;
     };
     auto add = std::make_shared<AddOptions>();
-    CLI::App* addCmd = AddCommand(sim, ctx, "add", "Add a device given as JSON (one entry of a world's \"devices\")");
+    CLI::App* addCmd =
+        AddCommandWithWait(sim, ctx, "add", "Add a device given as JSON (one entry of a world's \"devices\")");
     addCmd->add_option("device-json", add->json, "The device as JSON text");
     addCmd->add_option("--file", add->file, "Read the device JSON from a file");
     addCmd->callback([&ctx, add] {
@@ -96,7 +98,8 @@ void AddDeviceCommands(CLI::App& sim, Context& ctx)
     });
 
     auto removeId = std::make_shared<std::string>();
-    CLI::App* remove = AddCommand(sim, ctx, "remove", "Remove a device (offline events first when it is online)");
+    CLI::App* remove =
+        AddCommandWithWait(sim, ctx, "remove", "Remove a device (offline events first when it is online)");
     remove->add_option("device", *removeId, "Udid or network id")->required();
     remove->callback([&ctx, removeId] {
         ctx.action = [&ctx, removeId] {
@@ -109,7 +112,7 @@ void AddDeviceCommands(CLI::App& sim, Context& ctx)
         std::string device, key, value;
     };
     auto dynamic = std::make_shared<DynamicOptions>();
-    CLI::App* setDynamic = AddCommand(sim, ctx, "set-dynamic", "Set one dynamic information value of a device");
+    CLI::App* setDynamic = AddCommandWithWait(sim, ctx, "set-dynamic", "Set one dynamic information value of a device");
     setDynamic->add_option("device", dynamic->device, "Udid or network id")->required();
     setDynamic->add_option("key", dynamic->key, "Key, e.g. battery")->required();
     setDynamic->add_option("value", dynamic->value, "Value")->required();
@@ -121,7 +124,7 @@ void AddDeviceCommands(CLI::App& sim, Context& ctx)
         };
     });
 
-    CLI::App* show = AddCommand(sim, ctx, "show", "Show every device of the world, online or not");
+    CLI::App* show = AddCommandWithWait(sim, ctx, "show", "Show every device of the world, online or not");
     show->callback([&ctx] {
         ctx.action = [&ctx] {
             sptr<IRemoteObject> service = GetServiceObject(ctx);
@@ -159,7 +162,7 @@ void AddDeviceCommands(CLI::App& sim, Context& ctx)
     });
 
     auto loadFile = std::make_shared<std::string>();
-    CLI::App* load = AddCommand(sim, ctx, "load", "Replace the world's devices with a world file (no events)");
+    CLI::App* load = AddCommandWithWait(sim, ctx, "load", "Replace the world's devices with a world file (no events)");
     load->add_option("file", *loadFile, "World JSON file")->required();
     load->callback([&ctx, loadFile] {
         ctx.action = [&ctx, loadFile] {
@@ -171,7 +174,7 @@ void AddDeviceCommands(CLI::App& sim, Context& ctx)
         };
     });
 
-    CLI::App* registrations = AddCommand(sim, ctx, "registrations", "Show the service's registrations as JSON");
+    CLI::App* registrations = AddCommandWithWait(sim, ctx, "registrations", "Show the service's registrations as JSON");
     registrations->callback([&ctx] {
         ctx.action = [&ctx] {
             sptr<IRemoteObject> service = GetServiceObject(ctx);
@@ -197,7 +200,7 @@ void AddEventCommands(CLI::App& sim, Context& ctx)
     };
     auto change = std::make_shared<ServiceChangeOptions>();
     CLI::App* serviceChange =
-        AddCommand(sim, ctx, "service-change", "Send a service change to service-changed callbacks");
+        AddCommandWithWait(sim, ctx, "service-change", "Send a service change to service-changed callbacks");
     serviceChange->add_option("devices", change->devices, "Devices to list (default: every online device)");
     serviceChange->add_option("--event", change->event, "Event number (default 3, services changed)");
     serviceChange->callback([&ctx, change] {
@@ -214,7 +217,7 @@ void AddEventCommands(CLI::App& sim, Context& ctx)
         bool codeGiven = false;
     };
     auto deliver = std::make_shared<DeliverOptions>();
-    CLI::App* deliverCmd = AddCommand(sim, ctx, "deliver", "Send a delivery to deliver callbacks");
+    CLI::App* deliverCmd = AddCommandWithWait(sim, ctx, "deliver", "Send a delivery to deliver callbacks");
     deliverCmd->add_option("info", deliver->info, "Text to deliver")->required();
     CLI::Option* codeOption =
         deliverCmd->add_option("--code", deliver->code, "Only callbacks registered with this code (default: all)");
@@ -233,7 +236,7 @@ void AddEventCommands(CLI::App& sim, Context& ctx)
         uint32_t result = 0;
     };
     auto publish = std::make_shared<PublishOptions>();
-    CLI::App* publishCmd = AddCommand(sim, ctx, "publish", "Send a publish result to service requests");
+    CLI::App* publishCmd = AddCommandWithWait(sim, ctx, "publish", "Send a publish result to service requests");
     publishCmd->add_option("--pkg", publish->pkg, "Only this package's request (default: all)");
     publishCmd->add_option("--event", publish->event, "Event code")->required();
     publishCmd->add_option("--result", publish->result, "Result code (default 0)");
@@ -246,7 +249,7 @@ void AddEventCommands(CLI::App& sim, Context& ctx)
     });
 
     auto reply = std::make_shared<std::string>();
-    CLI::App* dialogReply = AddCommand(sim, ctx, "dialog-reply", "Send a reply to dialog callbacks");
+    CLI::App* dialogReply = AddCommandWithWait(sim, ctx, "dialog-reply", "Send a reply to dialog callbacks");
     dialogReply->add_option("text", *reply, "Reply text")->required();
     dialogReply->callback([&ctx, reply] {
         ctx.action = [&ctx, reply] {
@@ -260,7 +263,7 @@ void AddEventCommands(CLI::App& sim, Context& ctx)
         int event = static_cast<int>(Sim::DetectEvent::FOUND);
     };
     auto detect = std::make_shared<DetectOptions>();
-    CLI::App* detectCmd = AddCommand(sim, ctx, "detect", "Send a detection event to device-filter sessions");
+    CLI::App* detectCmd = AddCommandWithWait(sim, ctx, "detect", "Send a detection event to device-filter sessions");
     detectCmd->add_option("device", detect->device, "Udid or network id")->required();
     detectCmd->add_option("--event", detect->event, "Event number (default 1, found)");
     detectCmd->callback([&ctx, detect] {

@@ -1,5 +1,7 @@
 // `devicedetect watch`: registers listeners and callbacks, prints events as
-// they arrive until Ctrl-C, --count or --timeout, then unregisters.
+// they arrive until Ctrl-C, --count or --timeout, then unregisters. When the
+// service goes away it says so, and when it is back it registers the same
+// listeners and callbacks again.
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -15,6 +17,7 @@
 #include "scenario.h"
 #include "service_filter.h"
 #include "sim_status.h"
+#include "system_ability_manager.h"
 #include "world_json.h"
 
 namespace DeviceDetectCli {
@@ -32,31 +35,44 @@ void OnInterrupt(int)
 }
 
 // Handlers run on IPC threads (or, in process, on the thread that changed
-// the world); the main thread prints, so lines never interleave.
+// the world); the main thread prints, so lines never interleave. News of
+// the service itself comes through the same queue, in order with the events.
 class EventQueue {
 public:
-    void Push(std::string line)
+    struct Item {
+        enum class Kind { LINE, SERVICE_AVAILABLE, SERVICE_GONE };
+        Kind kind = Kind::LINE;
+        std::string line;
+    };
+
+    void Push(std::string line) { Add(Item{Item::Kind::LINE, std::move(line)}); }
+    void PushService(bool available)
     {
-        std::lock_guard<std::mutex> lock(mutex_);
-        lines_.push_back(std::move(line));
-        cv_.notify_one();
+        Add(Item{available ? Item::Kind::SERVICE_AVAILABLE : Item::Kind::SERVICE_GONE, std::string()});
     }
-    // Waits up to `wait` for a line.
-    bool Pop(std::string& line, std::chrono::milliseconds wait)
+    // Waits up to `wait` for an item.
+    bool Pop(Item& item, std::chrono::milliseconds wait)
     {
         std::unique_lock<std::mutex> lock(mutex_);
-        if (!cv_.wait_for(lock, wait, [this] { return !lines_.empty(); })) {
+        if (!cv_.wait_for(lock, wait, [this] { return !items_.empty(); })) {
             return false;
         }
-        line = std::move(lines_.front());
-        lines_.pop_front();
+        item = std::move(items_.front());
+        items_.pop_front();
         return true;
     }
 
 private:
+    void Add(Item item)
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        items_.push_back(std::move(item));
+        cv_.notify_one();
+    }
+
     std::mutex mutex_;
     std::condition_variable cv_;
-    std::deque<std::string> lines_;
+    std::deque<Item> items_;
 };
 
 // What --record writes: the events as they arrive, from any handler thread.
@@ -266,6 +282,180 @@ std::shared_ptr<Recording> StartRecording(const Context& ctx, const sptr<DeviceD
     return std::make_shared<Recording>(std::move(world));
 }
 
+// Everything watch registers. The stubs live as long as the watch, so that
+// a restarted service gets the very same listeners and callbacks again.
+class Registrations {
+public:
+    Registrations(const WatchOptions& options, std::vector<std::string> typeNames,
+                  const std::shared_ptr<EventQueue>& queue, bool json, const std::shared_ptr<Recording>& recording)
+        : options_(options), typeNames_(std::move(typeNames))
+    {
+        devices_ = sptr<DeviceEvents>::MakeSptr(queue, json, "", recording);
+        services_ = sptr<ServiceEvents>::MakeSptr(queue, json, recording);
+        if (!options.service.empty() || !typeNames_.empty()) {
+            serviceDevices_ = sptr<DeviceEvents>::MakeSptr(queue, json, "filtered-", recording);
+        }
+        for (int code : options.deliverCodes) {
+            deliverers_.push_back(sptr<DeliverEvents>::MakeSptr(queue, json, code, recording));
+        }
+        if (options.dialog) {
+            dialog_ = sptr<DialogEvents>::MakeSptr(queue, json, recording);
+        }
+    }
+
+    // 0, or the status of the first of the two registrations watch cannot
+    // do without (its request's name in `request`); the others only warn.
+    int32_t Register(const sptr<DeviceDetectProxy>& proxy, std::string& request)
+    {
+        auto registered =
+            proxy->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr(options_.bundle), "devicedetect", devices_);
+        if (registered.first != 0) {
+            request = "RegisterDevChangedCallback";
+            return registered.first;
+        }
+        listenerId_ = registered.second;
+        int32_t status = proxy->RegisterServiceChangedCallback(services_);
+        if (status != 0) {
+            proxy->UnregisterDevChangedCallback(listenerId_);
+            request = "RegisterServiceChangedCallback";
+            return status;
+        }
+        byService_ = {-1, 0};
+        if (serviceDevices_ != nullptr) {
+            byService_ = proxy->RegisterCallbackWithServiceFilter(
+                sptr<ServiceFilter>::MakeSptr(options_.service, typeNames_), "devicedetect", serviceDevices_);
+            if (byService_.first != 0) {
+                std::cerr << "devicedetect: RegisterCallbackWithServiceFilter failed: " << StatusName(byService_.first)
+                          << "\n";
+            }
+        }
+        for (size_t i = 0; i < deliverers_.size(); ++i) {
+            status = proxy->RegisterServiceDeliverCallback(options_.deliverCodes[i], deliverers_[i]);
+            if (status != 0) {
+                std::cerr << "devicedetect: RegisterServiceDeliverCallback failed: " << StatusName(status) << "\n";
+            }
+        }
+        if (dialog_ != nullptr) {
+            proxy->SetDialogEventCallback(dialog_);
+        }
+        return 0;
+    }
+
+    void Unregister(const sptr<DeviceDetectProxy>& proxy)
+    {
+        proxy->UnregisterDevChangedCallback(listenerId_);
+        if (byService_.first == 0) {
+            proxy->UnregisterServiceFilterListener(byService_.second);
+        }
+        // The service cannot tell callers apart, so this removal would take
+        // other processes' callbacks too; across the socket, this process's
+        // exit drops its own.
+        sptr<IRemoteObject> service = proxy->AsObject();
+        if (service == nullptr || !service->IsProxyObject()) {
+            proxy->UnregisterServiceChangedCallback();
+        }
+        // Deliver and dialog callbacks have no removal request; the service
+        // drops them when this process goes away.
+    }
+
+    uint32_t ListenerId() const { return listenerId_; }
+
+private:
+    const WatchOptions& options_;
+    const std::vector<std::string> typeNames_;
+    sptr<DeviceEvents> devices_;
+    sptr<ServiceEvents> services_;
+    sptr<DeviceEvents> serviceDevices_;
+    std::vector<sptr<DeliverEvents>> deliverers_;
+    sptr<DialogEvents> dialog_;
+    uint32_t listenerId_ = 0;
+    std::pair<int32_t, uint32_t> byService_{-1, 0};
+};
+
+// Told by the platform when the service appears and goes; the main thread
+// acts on it (ServiceFollower), in order with the events around it.
+class ServiceAvailability : public SystemAbilityListener {
+public:
+    explicit ServiceAvailability(std::shared_ptr<EventQueue> queue) : queue_(std::move(queue)) {}
+    void OnSystemAbilityAvailable(int32_t /* systemAbilityId */) override { queue_->PushService(true); }
+    void OnSystemAbilityGone(int32_t /* systemAbilityId */) override { queue_->PushService(false); }
+
+private:
+    std::shared_ptr<EventQueue> queue_;
+};
+
+// The proxy of the running service. The cached one may still be the dead
+// service's when its death notice has not reached the cache yet; then it
+// is dropped and the service looked up again.
+sptr<DeviceDetectProxy> LiveProxy()
+{
+    sptr<DeviceDetectProxy> proxy = DeviceDetectProxy::GetInstance();
+    sptr<IRemoteObject> object = proxy != nullptr ? proxy->AsObject() : nullptr;
+    if (object != nullptr && object->IsObjectDead()) {
+        DeviceDetectProxy::CleanupInstance();
+        proxy = DeviceDetectProxy::GetInstance();
+    }
+    return proxy;
+}
+
+// Follows the service across restarts, on the main thread: one line when it
+// goes, and when it is back the same registrations again and one line.
+class ServiceFollower {
+public:
+    ServiceFollower(const Context& ctx, Registrations& registrations, sptr<DeviceDetectProxy> registeredWith)
+        : ctx_(ctx), registrations_(registrations), proxy_(std::move(registeredWith))
+    {
+    }
+
+    void OnGone()
+    {
+        if (proxy_ == nullptr) {
+            return;
+        }
+        proxy_ = nullptr;
+        std::cout << (ctx_.json ? Json{{"event", "serviceGone"}, {"systemAbility", SYNTAVO_DEVICE_DETECT_SA_ID}}.dump()
+                                : "service gone (system ability " + std::to_string(SYNTAVO_DEVICE_DETECT_SA_ID) +
+                                      "); waiting for it to come back")
+                  << std::endl;
+    }
+
+    void OnAvailable()
+    {
+        sptr<DeviceDetectProxy> proxy = LiveProxy();
+        // The first notice tells of the service watch registered with.
+        if (proxy == nullptr || (proxy_ != nullptr && proxy->AsObject() == proxy_->AsObject())) {
+            return;
+        }
+        OnGone();  // replaced before its end was told
+        std::string request;
+        int32_t status = registrations_.Register(proxy, request);
+        Json event{
+            {"event", "serviceBack"}, {"systemAbility", SYNTAVO_DEVICE_DETECT_SA_ID}, {"registered", status == 0}};
+        if (status != 0) {
+            event.update({{"request", request}, {"status", status}, {"statusName", StatusName(status)}});
+            std::cout << (ctx_.json ? event.dump()
+                                    : "service back, but registering again failed: " + request + ": " +
+                                          StatusName(status) + " (" + std::to_string(status) + ")")
+                      << std::endl;
+            return;
+        }
+        proxy_ = proxy;
+        event["listener"] = registrations_.ListenerId();
+        std::cout << (ctx_.json ? event.dump()
+                                : "service back, registered again (listener " +
+                                      std::to_string(registrations_.ListenerId()) + ")")
+                  << std::endl;
+    }
+
+    // What watch is registered with now; null while the service is away.
+    const sptr<DeviceDetectProxy>& Current() const { return proxy_; }
+
+private:
+    const Context& ctx_;
+    Registrations& registrations_;
+    sptr<DeviceDetectProxy> proxy_;
+};
+
 int RunWatch(Context& ctx, const WatchOptions& options)
 {
     std::vector<std::string> typeNames;
@@ -289,44 +479,27 @@ int RunWatch(Context& ctx, const WatchOptions& options)
         }
     }
     auto queue = std::make_shared<EventQueue>();
-    sptr<DeviceEvents> devices = sptr<DeviceEvents>::MakeSptr(queue, ctx.json, "", recording);
-    auto registered =
-        proxy->RegisterDevChangedCallback(sptr<AbilityFilter>::MakeSptr(options.bundle), "devicedetect", devices);
-    if (registered.first != 0) {
-        return Fail(ctx, "RegisterDevChangedCallback", registered.first);
+    // Subscribed before registering, so that a service that dies right
+    // after the registrations is reported gone like any later death.
+    sptr<ISystemAbilityManager> manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+    auto availability = sptr<ServiceAvailability>::MakeSptr(queue);
+    const int32_t subscribed =
+        manager != nullptr ? manager->SubscribeSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID, availability) : -1;
+    if (subscribed != 0) {
+        std::cerr << "devicedetect: cannot follow the service across restarts: " << StatusName(subscribed) << "\n";
     }
-    sptr<ServiceEvents> services = sptr<ServiceEvents>::MakeSptr(queue, ctx.json, recording);
-    int32_t status = proxy->RegisterServiceChangedCallback(services);
+    Registrations registrations(options, typeNames, queue, ctx.json, recording);
+    std::string request;
+    int32_t status = registrations.Register(proxy, request);
     if (status != 0) {
-        proxy->UnregisterDevChangedCallback(registered.second);
-        return Fail(ctx, "RegisterServiceChangedCallback", status);
-    }
-    std::pair<int32_t, uint32_t> byService{-1, 0};
-    sptr<DeviceEvents> serviceDevices;
-    if (!options.service.empty() || !typeNames.empty()) {
-        serviceDevices = sptr<DeviceEvents>::MakeSptr(queue, ctx.json, "filtered-", recording);
-        byService = proxy->RegisterCallbackWithServiceFilter(sptr<ServiceFilter>::MakeSptr(options.service, typeNames),
-                                                             "devicedetect", serviceDevices);
-        if (byService.first != 0) {
-            std::cerr << "devicedetect: RegisterCallbackWithServiceFilter failed: " << StatusName(byService.first)
-                      << "\n";
+        if (subscribed == 0) {
+            manager->UnsubscribeSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID, availability);
         }
+        return Fail(ctx, request, status);
     }
-    std::vector<sptr<DeliverEvents>> deliverers;
-    for (int code : options.deliverCodes) {
-        deliverers.push_back(sptr<DeliverEvents>::MakeSptr(queue, ctx.json, code, recording));
-        status = proxy->RegisterServiceDeliverCallback(code, deliverers.back());
-        if (status != 0) {
-            std::cerr << "devicedetect: RegisterServiceDeliverCallback failed: " << StatusName(status) << "\n";
-        }
-    }
-    sptr<DialogEvents> dialog;
-    if (options.dialog) {
-        dialog = sptr<DialogEvents>::MakeSptr(queue, ctx.json, recording);
-        proxy->SetDialogEventCallback(dialog);
-    }
+    ServiceFollower follower(ctx, registrations, proxy);
 
-    std::cerr << "watching (listener " << registered.second << ")";
+    std::cerr << "watching (listener " << registrations.ListenerId() << ")";
     if (options.count > 0) {
         std::cerr << ", " << options.count << " events";
     }
@@ -343,27 +516,31 @@ int RunWatch(Context& ctx, const WatchOptions& options)
         if (options.timeout > 0 && std::chrono::steady_clock::now() >= deadline) {
             break;
         }
-        std::string line;
-        if (queue->Pop(line, std::chrono::milliseconds(100))) {
-            std::cout << line << std::endl;
-            ++seen;
+        EventQueue::Item item;
+        if (!queue->Pop(item, std::chrono::milliseconds(100))) {
+            continue;
+        }
+        switch (item.kind) {
+            case EventQueue::Item::Kind::LINE:
+                std::cout << item.line << std::endl;
+                ++seen;
+                break;
+            case EventQueue::Item::Kind::SERVICE_AVAILABLE:
+                follower.OnAvailable();
+                break;
+            case EventQueue::Item::Kind::SERVICE_GONE:
+                follower.OnGone();
+                break;
         }
     }
     std::signal(SIGINT, previous);
 
-    proxy->UnregisterDevChangedCallback(registered.second);
-    if (byService.first == 0) {
-        proxy->UnregisterServiceFilterListener(byService.second);
+    if (subscribed == 0) {
+        manager->UnsubscribeSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID, availability);
     }
-    // The service cannot tell callers apart, so this removal would take
-    // other processes' callbacks too; across the socket, this process's
-    // exit drops its own.
-    sptr<IRemoteObject> service = proxy->AsObject();
-    if (service == nullptr || !service->IsProxyObject()) {
-        proxy->UnregisterServiceChangedCallback();
+    if (follower.Current() != nullptr) {
+        registrations.Unregister(follower.Current());
     }
-    // Deliver and dialog callbacks have no removal request; the service
-    // drops them when this process goes away.
     if (recording != nullptr) {
         Sim::Scenario scenario = recording->Result();
         std::ofstream out(options.record, std::ios::binary | std::ios::trunc);
@@ -382,7 +559,9 @@ int RunWatch(Context& ctx, const WatchOptions& options)
 void AddWatchCommand(CLI::App& app, Context& ctx)
 {
     auto options = std::make_shared<WatchOptions>();
-    CLI::App* watch = AddCommand(app, ctx, "watch", "Register listeners and callbacks and print events as they arrive");
+    CLI::App* watch = AddCommandWithWait(app, ctx, "watch",
+                                         "Register listeners and callbacks and print events as they arrive; register "
+                                         "them again when the service restarts");
     watch->add_option("--bundle", options->bundle, "Only devices with an ability of this bundle (default: all)");
     watch->add_option("--service", options->service, "Also listen through a service filter for this service");
     watch->add_option("--type", options->types, "Device type of the service filter, repeatable");

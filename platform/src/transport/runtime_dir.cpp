@@ -64,9 +64,19 @@ bool PrepareRuntimeDirectory(const std::string& dir)
     return true;
 }
 
+std::string SocketNameOf(int32_t systemAbilityId)
+{
+    return "sa-" + std::to_string(systemAbilityId) + ".sock";
+}
+
 std::string SocketPathIn(const std::string& dir, int32_t systemAbilityId)
 {
-    return dir + "/sa-" + std::to_string(systemAbilityId) + ".sock";
+    return dir + "/" + SocketNameOf(systemAbilityId);
+}
+
+std::string StagingSocketPathIn(const std::string& dir, int32_t systemAbilityId)
+{
+    return dir + "/sa-" + std::to_string(systemAbilityId) + ".new";
 }
 
 std::string LockPathIn(const std::string& dir, int32_t systemAbilityId)

@@ -21,6 +21,12 @@ std::string ResolveRuntimeDirectory();
 bool PrepareRuntimeDirectory(const std::string& dir);
 
 std::string SocketPathIn(const std::string& dir, int32_t systemAbilityId);
+// The name a server binds before it listens; renamed to SocketPathIn once
+// it does, so the socket appears at its path only when it can be connected
+// to. Shorter than the socket's path, so it fits wherever that does.
+std::string StagingSocketPathIn(const std::string& dir, int32_t systemAbilityId);
+// "sa-<id>.sock", the socket's name within the directory.
+std::string SocketNameOf(int32_t systemAbilityId);
 std::string LockPathIn(const std::string& dir, int32_t systemAbilityId);
 
 // False when the path does not fit sun_path.

@@ -18,9 +18,11 @@
 #include <unordered_map>
 
 #include "message_option.h"
+#include "transport/ability_watch.h"
 #include "transport/ipc_runtime.h"
 #include "transport/runtime_dir.h"
 #include "transport/socket_connection.h"
+#include "transport/socket_transport_internal.h"
 #include "transport/transport_log.h"
 
 namespace Tavik {
@@ -257,11 +259,13 @@ PublishStatus FinishPublication(TransportState& state, int32_t systemAbilityId, 
             unlink(publication.socketPath.c_str());
         }
         close(publication.lockFd);
+        Transport::NotePublished(systemAbilityId, false);
         return PublishStatus::SOCKET_ERROR;
     }
     TRANSPORT_LOGI("sa %{public}d published at %{public}s%{public}s", systemAbilityId, publication.socketPath.c_str(),
                    publication.ownsSocket ? "" : " (socket passed by the supervisor)");
     state.publications[systemAbilityId] = std::move(publication);
+    Transport::NotePublished(systemAbilityId, true);
     return PublishStatus::OK;
 }
 
@@ -323,8 +327,9 @@ PublishStatus PublishSystemAbility(int32_t systemAbilityId, const sptr<IRemoteOb
     if (status != PublishStatus::OK) {
         return status;
     }
-    auto fail = [&publication](PublishStatus result) {
+    auto fail = [&publication, systemAbilityId](PublishStatus result) {
         close(publication.lockFd);
+        Transport::NotePublished(systemAbilityId, false);
         return result;
     };
     if (ServerAnswers(address, length)) {
@@ -332,18 +337,27 @@ PublishStatus PublishSystemAbility(int32_t systemAbilityId, const sptr<IRemoteOb
                        publication.socketPath.c_str());
         return fail(PublishStatus::ALREADY_PUBLISHED);
     }
-    // What is left at the path is a dead server's socket.
-    unlink(publication.socketPath.c_str());
+    // Bound under a staging name and renamed once it listens: whoever sees
+    // the socket appear (a subscriber's inotify watch) can connect at once.
+    // The rename replaces what a dead server left at the path.
+    std::string dir = publication.socketPath.substr(0, publication.socketPath.rfind('/'));
+    std::string staging = Transport::StagingSocketPathIn(dir, systemAbilityId);
+    Transport::NotePublishing(systemAbilityId);
+    sockaddr_un stagingAddress{};
+    socklen_t stagingLength = 0;
+    Transport::MakeSocketAddress(staging, stagingAddress, stagingLength);
+    unlink(staging.c_str());
     int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0) {
         TRANSPORT_LOGE("socket failed: %{public}s", std::strerror(errno));
         return fail(PublishStatus::SOCKET_ERROR);
     }
-    if (bind(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
-        chmod(publication.socketPath.c_str(), 0600) != 0 || listen(fd, Transport::LISTEN_BACKLOG) != 0) {
+    if (bind(fd, reinterpret_cast<const sockaddr*>(&stagingAddress), stagingLength) != 0 ||
+        chmod(staging.c_str(), 0600) != 0 || listen(fd, Transport::LISTEN_BACKLOG) != 0 ||
+        rename(staging.c_str(), publication.socketPath.c_str()) != 0) {
         TRANSPORT_LOGE("cannot listen on %{public}s: %{public}s", publication.socketPath.c_str(), std::strerror(errno));
         close(fd);
-        unlink(publication.socketPath.c_str());
+        unlink(staging.c_str());
         return fail(PublishStatus::SOCKET_ERROR);
     }
     return FinishPublication(state, systemAbilityId, object, fd, publication);
@@ -384,6 +398,7 @@ PublishStatus PublishSystemAbilityOnSocket(int32_t systemAbilityId, const sptr<I
         close(publication.lockFd);
         return PublishStatus::SOCKET_MISMATCH;
     }
+    Transport::NotePublishing(systemAbilityId);
     return FinishPublication(state, systemAbilityId, object, listenFd, publication);
 }
 
@@ -409,7 +424,20 @@ bool UnpublishSystemAbility(int32_t systemAbilityId)
         unlink(publication.lockPath.c_str());
         close(publication.lockFd);
     }
+    {
+        // A lookup made in this process while it served the id connected to
+        // itself; later lookups must not find that connection to a
+        // publication that has ended (its holders keep it while they like).
+        TransportState& state = State();
+        std::lock_guard<std::mutex> lock(state.connectMutex);
+        auto known = state.clients.find(systemAbilityId);
+        std::shared_ptr<Connection> connection = known != state.clients.end() ? known->second.lock() : nullptr;
+        if (connection != nullptr && connection->GetPeer().pid == getpid()) {
+            state.clients.erase(known);
+        }
+    }
     TRANSPORT_LOGI("sa %{public}d unpublished", systemAbilityId);
+    Transport::NotePublished(systemAbilityId, false);
     return true;
 }
 
@@ -426,7 +454,11 @@ bool DisconnectPeer(uint64_t connectionId, const char* reason)
     return false;
 }
 
-sptr<IRemoteObject> ConnectSystemAbility(int32_t systemAbilityId)
+namespace {
+
+// `wait`: a blocking connect, which waits (at most the send time-out) while
+// the server's backlog is full; else a non-blocking one, which gives up.
+sptr<IRemoteObject> Connect(int32_t systemAbilityId, bool wait)
 {
     if (systemAbilityId < 0) {
         return nullptr;
@@ -448,7 +480,7 @@ sptr<IRemoteObject> ConnectSystemAbility(int32_t systemAbilityId)
         TRANSPORT_LOGW("socket path %{public}s is too long", path.c_str());
         return nullptr;
     }
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | (wait ? 0 : SOCK_NONBLOCK), 0);
     if (fd < 0) {
         TRANSPORT_LOGE("socket failed: %{public}s", std::strerror(errno));
         return nullptr;
@@ -460,7 +492,7 @@ sptr<IRemoteObject> ConnectSystemAbility(int32_t systemAbilityId)
     if (connect(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0) {
         // No socket, or nobody behind it: the ability is simply not running,
         // and the caller reports that in its own words.
-        if (errno != ENOENT && errno != ECONNREFUSED) {
+        if (errno != ENOENT && errno != ECONNREFUSED && (wait || errno != EAGAIN)) {
             TRANSPORT_LOGW("cannot connect to sa %{public}d at %{public}s: %{public}s", systemAbilityId, path.c_str(),
                            std::strerror(errno));
         }
@@ -482,5 +514,21 @@ sptr<IRemoteObject> ConnectSystemAbility(int32_t systemAbilityId)
     state.clients[systemAbilityId] = connection;
     return connection->GetRootProxy();
 }
+
+}  // namespace
+
+sptr<IRemoteObject> ConnectSystemAbility(int32_t systemAbilityId)
+{
+    return Connect(systemAbilityId, true);
+}
+
+namespace Transport {
+
+sptr<IRemoteObject> ConnectSystemAbilityNow(int32_t systemAbilityId)
+{
+    return Connect(systemAbilityId, false);
+}
+
+}  // namespace Transport
 
 }  // namespace Tavik
