@@ -1,5 +1,6 @@
 #include "transport/ability_watch.h"
 
+#include <sys/epoll.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -242,7 +243,7 @@ public:
             return nullptr;
         }
         auto source = std::shared_ptr<InotifySource>(new InotifySource(fd, IpcRuntime::Get().ReserveKey()));
-        if (!IpcRuntime::Get().Register(source->key_, source, fd)) {
+        if (!IpcRuntime::Get().Register(source->key_, source, fd, EPOLLIN)) {
             return nullptr;
         }
         return source;
@@ -265,7 +266,7 @@ public:
         AbilityWatcher::Get().OnInotifyReadable(*this);
         std::lock_guard<std::mutex> lock(mutex_);
         if (!stopped_) {
-            IpcRuntime::Get().Arm(key_, fd_);
+            IpcRuntime::Get().Arm(key_, fd_, EPOLLIN);
         }
     }
 
