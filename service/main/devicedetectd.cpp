@@ -3,6 +3,7 @@
 // until SIGTERM or SIGINT.
 #include <pthread.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
@@ -98,6 +99,11 @@ int main(int argc, char** argv)
         ->excludes("--world");
     app.add_option("--speed", speed, "Scenario time scale: 2 plays twice as fast")->check(CLI::PositiveNumber);
     app.add_flag("--step", stepMode, "Play one scenario step per control request STEP (`devicedetect sim step`)");
+    unsigned callbackWaitMs = static_cast<unsigned>(Sim::DEFAULT_CALLBACK_WAIT.count());
+    app.add_option("--callback-wait-ms", callbackWaitMs,
+                   "How long a world change waits for a client to answer its callbacks before it counts the client "
+                   "as not keeping up and returns (default 50; raise it on slow machines and sanitizer builds)")
+        ->check(CLI::Range(1u, 60000u));
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -143,6 +149,7 @@ int main(int argc, char** argv)
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
     Sim::EmbeddedService service(world);
+    service.GetSimulator()->SetCallbackWait(std::chrono::milliseconds(callbackWaitMs));
     std::string socketPath = GetSystemAbilitySocketPath(SYNTAVO_DEVICE_DETECT_SA_ID);
     PublishStatus published = PublishSystemAbility(SYNTAVO_DEVICE_DETECT_SA_ID, service.Object());
     if (published != PublishStatus::OK) {
