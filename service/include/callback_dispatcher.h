@@ -56,10 +56,12 @@ namespace Sim {
 // Callbacks one client may have queued, the one in flight included. Over
 // this, or over MAX_QUEUED_CALLBACK_BYTES, the client is treated as dead: its
 // queue is dropped, its connection closed (DisconnectPeer) and its
-// registrations dropped, with one WARN line naming its pid. 256 callbacks
-// are over a hundred device changes that a client has not answered; a
-// client that is only slow answers long before.
-constexpr size_t MAX_QUEUED_CALLBACKS = 256;
+// registrations dropped, with one WARN line naming its pid. 512 callbacks
+// are some two hundred device changes that a client has not answered (a
+// frozen one is given up within seconds of busy changes), and half a second
+// or more of a heavy stream of events for a client that is only slowed down
+// (a loaded machine, a handler that takes its time), which catches up.
+constexpr size_t MAX_QUEUED_CALLBACKS = 512;
 // The bytes of those callbacks (a service change of a large world is a few
 // hundred kB, and clients share one encoding, but each client's queue is
 // bounded on its own).

@@ -134,7 +134,8 @@ public:
     int32_t RemoveServiceChangedCallbacks();
     int32_t AddDeliverCallback(int32_t deliverCode, const sptr<IRemoteObject>& callback);
     int32_t AddDialogCallback(const sptr<IRemoteObject>& callback);
-    // Answers through every dialog callback with the world's dialog reply.
+    // Answers through the calling client's dialog callbacks (every one, in
+    // process) with the world's dialog reply.
     int32_t NotifyDialogEvent(const std::string& dialogEvent);
     // Replaces an earlier request of the package; sends REQUESTED to the
     // callback before returning.

@@ -246,12 +246,18 @@ void CallbackDispatcher::Send(const std::shared_ptr<Client>& client, Entry entry
         return;
     }
     MessageOption option(MessageOption::TF_SYNC);
-    entry.target->SendRequestAsync(code, data, option,
-                                   [weakSelf, weakClient, descriptor, code](int32_t status, MessageParcel&) {
-                                       if (std::shared_ptr<CallbackDispatcher> self = weakSelf.lock()) {
-                                           self->Completed(weakClient, status, descriptor, code);
-                                       }
-                                   });
+    // The completion holds the target until the answer: were our last
+    // reference to go as soon as the request is written, its release could
+    // overtake the request at the client, which would then find no object
+    // to run it on.
+    sptr<IRemoteObject> target = entry.target;
+    target->SendRequestAsync(code, data, option,
+                             [weakSelf, weakClient, descriptor, code, target](int32_t status, MessageParcel&) mutable {
+                                 target = nullptr;
+                                 if (std::shared_ptr<CallbackDispatcher> self = weakSelf.lock()) {
+                                     self->Completed(weakClient, status, descriptor, code);
+                                 }
+                             });
 }
 
 void CallbackDispatcher::Completed(const std::weak_ptr<Client>& weakClient, int32_t status, const char16_t* descriptor,

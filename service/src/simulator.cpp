@@ -746,12 +746,22 @@ int32_t Simulator::NotifyDialogEvent(const std::string& dialogEvent)
         if (at != std::string::npos) {
             reply.replace(at, std::string("{event}").size(), quoted);
         }
-        EncodedCallback encoded = dialog_.empty() ? EncodedCallback() : EncodeDialogReply(reply);
+        // Only the caller's own callbacks: were every application told, one
+        // that repeats the request could fill every other's callback queue.
+        uint64_t caller = GetCallingIdentity().connectionId;
+        EncodedCallback encoded;
         for (const CallbackEntry& entry : dialog_) {
+            auto watch = watches_.find(entry.callback.GetRefPtr());
+            if (watch == watches_.end() || watch->second.connectionId != caller) {
+                continue;
+            }
+            if (encoded.data == nullptr) {
+                encoded = EncodeDialogReply(reply);
+            }
             notes.push_back({entry.callback, encoded});
         }
     }
-    // A service request: queued, never waited for.
+    // A service request: queued, not waited for.
     dispatcher_->Post(std::move(notes));
     return SIM_OK;
 }
