@@ -31,9 +31,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 // Frozen watchers are thawed after this many changes (outside the timed
-// part) so that they stay far below the service's queue bound, which would
-// otherwise disconnect them.
-constexpr int THAW_EVERY = 100;
+// part) so that they stay below the service's queue bound (512), which
+// would otherwise disconnect them.
+constexpr int THAW_EVERY = 200;
 
 int64_t NowNs()
 {
@@ -110,30 +110,10 @@ public:
             return false;
         }
         self[length] = '\0';
-        for (int i = 0; i < healthy_ + frozen_; ++i) {
-            int pipes[2];
-            if (pipe(pipes) != 0) {
-                return false;
-            }
-            pid_t pid = fork();
-            if (pid == 0) {
-                dup2(pipes[1], STDOUT_FILENO);
-                execl(self, self, "--watcher", static_cast<char*>(nullptr));
-                _exit(127);
-            }
-            close(pipes[1]);
-            watchers_.push_back({pid, pipes[0], ""});
-        }
-        // Each prints one line once its listener is registered.
-        for (Watcher& watcher : watchers_) {
-            if (watcher.NextStamp() != 0) {
-                return false;
-            }
-        }
-        for (int i = healthy_; i < healthy_ + frozen_; ++i) {
-            Stop(watchers_[static_cast<size_t>(i)].pid);
-        }
-        return true;
+        // The healthy ones register first, so that a change reaches them
+        // before the frozen ones in the service's listener order (the
+        // frozen ones must not get ahead by position).
+        return Spawn(self, healthy_) && Spawn(self, frozen_);
     }
 
     bool Matches(int healthy, int frozen) const { return healthy == healthy_ && frozen == frozen_; }
@@ -174,6 +154,36 @@ public:
     }
 
 private:
+    // Starts `count` watchers and waits until each has registered (it
+    // prints one line then); those after the healthy ones are stopped.
+    bool Spawn(const char* self, int count)
+    {
+        size_t first = watchers_.size();
+        for (int i = 0; i < count; ++i) {
+            int pipes[2];
+            if (pipe(pipes) != 0) {
+                return false;
+            }
+            pid_t pid = fork();
+            if (pid == 0) {
+                dup2(pipes[1], STDOUT_FILENO);
+                execl(self, self, "--watcher", static_cast<char*>(nullptr));
+                _exit(127);
+            }
+            close(pipes[1]);
+            watchers_.push_back({pid, pipes[0], ""});
+        }
+        for (size_t i = first; i < watchers_.size(); ++i) {
+            if (watchers_[i].NextStamp() != 0) {
+                return false;
+            }
+            if (i >= static_cast<size_t>(healthy_)) {
+                Stop(watchers_[i].pid);
+            }
+        }
+        return true;
+    }
+
     // Returns once the process has stopped.
     static void Stop(pid_t pid)
     {
