@@ -216,5 +216,32 @@ TEST_F(FanOutTest, APeersBytesStayOnOneEscapedLogLine)
     EXPECT_EQ(tokenLines + suppressed, size_t{BULK + 2}) << "every bad request is a line or counted: " << output;
 }
 
+// The CLI prints what the service sends for people with its control
+// characters escaped: a name, a dynamic value, a control request's detail.
+TEST_F(FanOutTest, TheCliEscapesTheServicesText)
+{
+    Sim::ControlClient control = Control();
+    ASSERT_EQ(control
+                  .AddDevice(R"({"udid":"u-evil","networkId":"n-evil","name":"Evil\u001b[2J\nTV","type":"TV",)"
+                             R"("state":"online"})")
+                  .status,
+              Sim::SIM_OK);
+    ASSERT_EQ(control.SetDynamicInfo("u-evil", "note", "a\nb\x1b[31m").status, Sim::SIM_OK);
+    const std::string name = R"(Evil\x1b[2J\nTV)";
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"list"}, name},
+        {{"dynamic", "u-evil", "note"}, R"(a\nb\x1b[31m)"},
+        {{"sim", "online", "u-evil"}, name + " (u-evil) was already online; sent 0 callbacks"},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> args{DEVICEDETECT_PATH, "--runtime-dir", RuntimeDir()};
+        args.insert(args.end(), c.first.begin(), c.first.end());
+        Tavik::Test::RunResult run = Tavik::Test::Run(args);
+        EXPECT_EQ(run.exitCode, 0) << c.first[0] << ": " << run.err;
+        EXPECT_EQ(run.out.find('\x1b'), std::string::npos) << c.first[0] << ": " << run.out;
+        EXPECT_NE(run.out.find(c.second), std::string::npos) << c.first[0] << ": " << run.out;
+    }
+}
+
 }  // namespace
 }  // namespace DeviceDetectIntegration
