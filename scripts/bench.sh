@@ -146,6 +146,9 @@ ratio("1024-device list in process / memcpy of the reply", "proxy/inproc/GetTrus
 ratio("1024 DeviceInfo decode / memcpy of the reply", "codec/list/DeviceInfo/decode", "baseline/memcpy")
 ratio("small call beside a flooding client / small call alone", "proxy/remote/GetDeviceSwitch_beside_flooder", "proxy/remote/GetDeviceSwitch", 1.5)
 ratio("callback latency / raw ping-pong", "proxy/remote/callback_latency", "baseline/pingpong/GetDeviceSwitch_sizes")
+for n in (1, 10, 100):
+    ratio(f"world change to the last of {n} healthy watchers: 10 frozen beside them / none",
+          f"service/fanout/healthy:{n}/frozen:10", f"service/fanout/healthy:{n}/frozen:0", 1.2)
 ratio("small call across processes / gRPC unary call of the same sizes", "proxy/remote/GetDeviceSwitch", "peer/grpc/unary_small_sizes")
 ratio("1024-device list across processes / gRPC unary call of the same 1024 records", "proxy/remote/GetTrustedDeviceList/1024", "peer/grpc/unary_TrustedDeviceList/1024", 0.125)
 a, b = find("peer/grpc/unary_TrustedDeviceList"), find("proxy/remote/GetTrustedDeviceList/1024")

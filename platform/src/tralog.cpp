@@ -4,6 +4,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cctype>
 #include <cstdarg>
@@ -56,10 +57,10 @@ int CurrentLevel()
     return level == LEVEL_UNSET ? InitialLevel() : level;
 }
 
-// Formats one printf-style line, honouring the privacy decorations. All
-// va_arg calls stay in this one function so that the va_list is only ever
-// advanced by its owner.
-std::string FormatLine(const char* fmt, va_list ap)
+// Formats one printf-style line, honouring the privacy decorations, and
+// notes where each public string argument went. All va_arg calls stay in
+// this one function so that the va_list is only ever advanced by its owner.
+std::string FormatLine(const char* fmt, va_list ap, std::vector<LogSpan>& spans)
 {
     std::string out;
     if (fmt == nullptr) {
@@ -212,10 +213,17 @@ std::string FormatLine(const char* fmt, va_list ap)
                 if (isPublic) {
                     // Long strings bypass the fixed buffer.
                     if (starCount == 0 && spec == "%s") {
+                        auto begin = static_cast<uint32_t>(out.size());
                         out.append(str == nullptr ? "(null)" : str);
+                        spans.push_back({begin, static_cast<uint32_t>(out.size())});
                         continue;
                     }
                     print(str == nullptr ? "(null)" : str);
+                    if (written > 0) {
+                        auto begin = static_cast<uint32_t>(out.size());
+                        size_t size = std::min(static_cast<size_t>(written), sizeof(buffer) - 1);
+                        spans.push_back({begin, static_cast<uint32_t>(begin + size)});
+                    }
                 }
                 break;
             }
@@ -251,7 +259,86 @@ std::string FormatLine(const char* fmt, va_list ap)
     return out;
 }
 
+// Where a cut of `text` to at most `limit` bytes may fall: not inside a
+// UTF-8 sequence (continuation bytes are 10xxxxxx).
+size_t CutPoint(const char* text, size_t limit)
+{
+    size_t cut = limit;
+    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) {
+        --cut;
+    }
+    return cut;
+}
+
+// The message escaped, each argument span cut at LOG_ARGUMENT_CAP. Spans that
+// do not fit the message (a record made by hand) are ignored; escaping alone
+// still keeps the line one line.
+void AppendMessage(std::string& line, const LogRecord& record)
+{
+    const std::string& message = record.message;
+    size_t at = 0;
+    for (const LogSpan& span : record.arguments) {
+        if (span.begin < at || span.begin > span.end || span.end > message.size()) {
+            continue;
+        }
+        AppendEscaped(line, message.data() + at, span.begin - at);
+        size_t size = span.end - span.begin;
+        const char* argument = message.data() + span.begin;
+        if (size <= LOG_ARGUMENT_CAP) {
+            AppendEscaped(line, argument, size);
+        } else {
+            size_t kept = CutPoint(argument, LOG_ARGUMENT_CAP);
+            AppendEscaped(line, argument, kept);
+            line.append("...[" + std::to_string(size - kept) + " more bytes]");
+        }
+        at = span.end;
+    }
+    AppendEscaped(line, message.data() + at, message.size() - at);
+}
+
 }  // namespace
+
+void AppendEscaped(std::string& out, const char* text, size_t size)
+{
+    static const char HEX[] = "0123456789abcdef";
+    auto hex = [&out](unsigned char byte) {
+        out.append("\\x");
+        out.push_back(HEX[byte >> 4]);
+        out.push_back(HEX[byte & 0x0F]);
+    };
+    size_t start = 0;
+    for (size_t i = 0; i < size; ++i) {
+        auto byte = static_cast<unsigned char>(text[i]);
+        bool c1 = byte == 0xC2 && i + 1 < size && static_cast<unsigned char>(text[i + 1]) >= 0x80 &&
+                  static_cast<unsigned char>(text[i + 1]) <= 0x9F;
+        if (byte >= 0x20 && byte != 0x7F && !c1) {
+            continue;
+        }
+        out.append(text + start, i - start);
+        if (byte == '\n') {
+            out.append("\\n");
+        } else if (byte == '\r') {
+            out.append("\\r");
+        } else if (byte == '\t') {
+            out.append("\\t");
+        } else if (c1) {
+            hex(byte);
+            hex(static_cast<unsigned char>(text[++i]));
+        } else {
+            hex(byte);
+        }
+        start = i + 1;
+    }
+    out.append(text + start, size - start);
+}
+
+std::string EscapeControlCharacters(const std::string& text)
+{
+    std::string out;
+    out.reserve(text.size());
+    AppendEscaped(out, text.data(), text.size());
+    return out;
+}
 
 int TralogPrint(LogType type, LogLevel level, uint32_t domain, const char* tag, const char* fmt, ...)
 {
@@ -260,7 +347,8 @@ int TralogPrint(LogType type, LogLevel level, uint32_t domain, const char* tag, 
     }
     va_list ap;
     va_start(ap, fmt);
-    LogRecord record{type, level, domain, tag == nullptr ? std::string() : std::string(tag), FormatLine(fmt, ap)};
+    LogRecord record{type, level, domain, tag == nullptr ? std::string() : std::string(tag), std::string()};
+    record.message = FormatLine(fmt, ap, record.arguments);
     va_end(ap);
     int size = static_cast<int>(record.message.size());
     std::lock_guard<std::mutex> lock(SinkMutex());
@@ -356,7 +444,7 @@ void SetStderrTimestamps(bool enabled)
 void WriteToStderr(const LogRecord& record)
 {
     std::string line;
-    line.reserve(record.message.size() + 64);
+    line.reserve(record.message.size() + record.tag.size() + 64);
     if (g_stderrTimestamps.load(std::memory_order_relaxed)) {
         struct timeval now {};
         gettimeofday(&now, nullptr);
@@ -370,9 +458,9 @@ void WriteToStderr(const LogRecord& record)
     char head[64];
     std::snprintf(head, sizeof(head), "%s 0x%X/", LogLevelToString(record.level), record.domain);
     line.append(head);
-    line.append(record.tag);
+    AppendEscaped(line, record.tag.data(), record.tag.size());
     line.append(": ");
-    line.append(record.message);
+    AppendMessage(line, record);
     line.push_back('\n');
     // One write per line keeps lines whole when several processes share the
     // terminal.

@@ -74,10 +74,6 @@ enum class PublishEvent : uint32_t {
     WITHDRAWN = 2,  // UnRequestService removed the request
 };
 
-// Callbacks are sent synchronously (the handler's result is the call's
-// status) but wait no longer than this for a client that does not answer.
-constexpr int CALLBACK_WAIT_SECONDS = 3;
-
 // Upper bound of every registration table (listeners, callbacks, requests).
 constexpr size_t MAX_REGISTRATIONS = 256;
 // The largest device list a client accepts, hence the largest world.

@@ -7,14 +7,22 @@
 // only weakly). Every public method may be called from any thread. One
 // mutex guards the world and the registration tables; callbacks are never
 // sent while it is held, so a handler may call the service back (in process
-// it runs on the very thread that changed the world). Callbacks are sent
-// synchronously, in the order the change produced them, before the method
-// returns; events of two concurrent changes may interleave, and a listener
-// removed while its event is on the way may still receive that one event.
+// it runs on the very thread that changed the world).
+//
+// Callbacks go out through a CallbackDispatcher: per client, in the order
+// the changes produced them, one at a time, so a slow or frozen client
+// delays only itself. A world change returns once every client that was
+// keeping up has answered its callbacks, or after the dispatcher's wait
+// (callback_dispatcher.h); its detail then says how many are still queued.
+// In process, handlers run before the change returns. A client whose queue
+// passes MAX_QUEUED_CALLBACKS is disconnected and its registrations are
+// dropped. A listener removed while its event is queued may still receive
+// that event.
 #ifndef SYNTAVO_SIM_SIMULATOR_H
 #define SYNTAVO_SIM_SIMULATOR_H
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -24,6 +32,7 @@
 #include <utility>
 #include <vector>
 
+#include "callback_dispatcher.h"
 #include "iremote_object.h"
 #include "refbase.h"
 #include "world.h"
@@ -125,7 +134,8 @@ public:
     int32_t RemoveServiceChangedCallbacks();
     int32_t AddDeliverCallback(int32_t deliverCode, const sptr<IRemoteObject>& callback);
     int32_t AddDialogCallback(const sptr<IRemoteObject>& callback);
-    // Answers through every dialog callback with the world's dialog reply.
+    // Answers through the calling client's dialog callbacks (every one, in
+    // process) with the world's dialog reply.
     int32_t NotifyDialogEvent(const std::string& dialogEvent);
     // Replaces an earlier request of the package; sends REQUESTED to the
     // callback before returning.
@@ -158,15 +168,27 @@ public:
     // Drops every registration whose callback is `object`; the death
     // recipients call it when a client process goes away.
     void DropClient(const IRemoteObject* object);
+    // Drops every registration of the connection's objects.
+    void DropConnection(uint64_t connectionId);
+
+    // How long a world change waits for clients that keep up
+    // (DEFAULT_CALLBACK_WAIT unless set).
+    void SetCallbackWait(std::chrono::milliseconds wait);
+    // Each client's callback queue and counters, by connection id.
+    std::vector<CallbackClient> CallbackClients() const;
 
 private:
     struct Listener;
     struct DetectSession;
     struct CallbackEntry;
     struct Watch;
-    using Notifications = std::vector<std::function<void()>>;
+    using Notifications = std::vector<CallbackRequest>;
 
     explicit Simulator(World world);
+
+    // The dispatcher gave up on a client: close its connection, drop its
+    // registrations.
+    void OnClientOverflow(const PeerIdentity& client, size_t queued);
 
     uint64_t CallerKey() const;
     // Takes an id for the listener and keeps it; the callback is watched for
@@ -192,11 +214,11 @@ private:
 
     // Under mutex_: the callbacks for one device's change of state.
     void DeviceEventsLocked(const Device& device, DeviceState from, DeviceState to, Notifications& out);
-    static void Run(Notifications& notifications);
     // Under mutex_: the world for changing it. Every change goes through
     // here, so that WorldVersion moves with it.
     World& ChangeWorldLocked();
 
+    const std::shared_ptr<CallbackDispatcher> dispatcher_;
     mutable std::mutex mutex_;
     World world_;
     std::atomic<uint64_t> worldVersion_{0};

@@ -199,6 +199,11 @@ int main(int argc, char** argv)
     app.add_flag("--step", stepMode, "Play one scenario step per control request STEP (`devicedetect sim step`)");
     app.set_version_flag("--version", std::string("devicedetectd ") + SYNTAVO_DEVICEDETECT_VERSION_STRING,
                          "Print the program's name and version and exit");
+    unsigned callbackWaitMs = static_cast<unsigned>(Sim::DEFAULT_CALLBACK_WAIT.count());
+    app.add_option("--callback-wait-ms", callbackWaitMs,
+                   "How long a world change waits for a client to answer its callbacks before it counts the client "
+                   "as not keeping up and returns (default 50; raise it on slow machines and sanitizer builds)")
+        ->check(CLI::Range(1u, 60000u));
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -259,6 +264,7 @@ int main(int argc, char** argv)
     mallopt(M_ARENA_MAX, 2);
     Sim::EmbeddedService service(world);
     Sim::MemoryReturner memoryReturner;
+    service.GetSimulator()->SetCallbackWait(std::chrono::milliseconds(callbackWaitMs));
     std::string socketPath = GetSystemAbilitySocketPath(SYNTAVO_DEVICE_DETECT_SA_ID);
     PublishStatus published = passed >= 0
                                   ? PublishSystemAbilityOnSocket(SYNTAVO_DEVICE_DETECT_SA_ID, service.Object(), passed)

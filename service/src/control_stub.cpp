@@ -1,5 +1,7 @@
 #include "control_stub.h"
 
+#include "peer_identity.h"
+#include "peer_log.h"
 #include "sim_log.h"
 #include "sim_protocol.h"
 #include "sim_status.h"
@@ -36,7 +38,8 @@ int32_t DeviceDetectControlStub::OnRemoteRequest(uint32_t code, MessageParcel& d
 {
     std::u16string token = data.ReadInterfaceToken();
     if (token != CONTROL_DESCRIPTOR) {
-        SIM_LOGE("wrong control interface token \"%{public}s\"", Str16ToStr8(token).c_str());
+        SIM_PEER_LOG(GetCallingIdentity(), SIM_LOGE, "wrong control interface token \"%{public}s\"",
+                     Str16ToStr8(token).c_str());
         return SIM_ERR_WRONG_TOKEN;
     }
     const char* name = ControlCodeToString(code);
@@ -159,7 +162,7 @@ int32_t DeviceDetectControlStub::OnRemoteRequest(uint32_t code, MessageParcel& d
             return Reply(reply, status, detail);
         }
     }
-    SIM_LOGE("unknown control code %{public}u", code);
+    SIM_PEER_LOG(GetCallingIdentity(), SIM_LOGE, "unknown control code %{public}u", code);
     return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
 }
 

@@ -12,6 +12,8 @@
 #include "device_dynamic_info.h"
 #include "device_filter.h"
 #include "device_info.h"
+#include "peer_identity.h"
+#include "peer_log.h"
 #include "record_convert.h"
 #include "service_filter.h"
 #include "sim_log.h"
@@ -129,7 +131,8 @@ int32_t DeviceDetectServiceStub::OnRemoteRequest(uint32_t code, MessageParcel& d
         return control_->OnRemoteRequest(code, data, reply, option);
     }
     if (token != Descriptor::DEVICE_DETECT) {
-        SIM_LOGE("wrong interface token \"%{public}s\"", Str16ToStr8(token).c_str());
+        SIM_PEER_LOG(GetCallingIdentity(), SIM_LOGE, "wrong interface token \"%{public}s\"",
+                     Str16ToStr8(token).c_str());
         return SIM_ERR_WRONG_TOKEN;
     }
     const char* name = DeviceDetectRequestCodeToString(code);
@@ -187,7 +190,7 @@ int32_t DeviceDetectServiceStub::OnRemoteRequest(uint32_t code, MessageParcel& d
         case Code::GET_IS_NEXT_TYPE_DEVICE:
             return GetIsNextTypeDevice(data, reply);
     }
-    SIM_LOGE("unknown request code %{public}u", code);
+    SIM_PEER_LOG(GetCallingIdentity(), SIM_LOGE, "unknown request code %{public}u", code);
     return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
 }
 

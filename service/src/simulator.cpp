@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ability_filter.h"
-#include "callback_sender.h"
+#include "callback_request.h"
 #include "device_filter.h"
 #include "device_info.h"
 #include "device_service_info.h"
@@ -15,6 +15,7 @@
 #include "service_filter.h"
 #include "sim_log.h"
 #include "sim_status.h"
+#include "socket_transport.h"
 
 namespace Tavik {
 namespace Syntavo {
@@ -45,6 +46,8 @@ struct Simulator::CallbackEntry {
 // recipient is attached once and detached with the last registration.
 struct Simulator::Watch {
     size_t refs = 0;
+    // The client's connection (0 for an in-process object).
+    uint64_t connectionId = 0;
     // Null for in-process objects, which never die.
     sptr<IRemoteObject::DeathRecipient> recipient;
 };
@@ -115,9 +118,15 @@ std::string ForLog(std::string detail, const std::string& udid)
     return detail;
 }
 
-std::string Sent(size_t count)
+// "; sent 3 callbacks" as ever when every callback was answered, else with
+// "..., 1 still queued".
+std::string Sent(const FanOut& outcome)
 {
-    return "; sent " + std::to_string(count) + (count == 1 ? " callback" : " callbacks");
+    std::string text = "; sent " + std::to_string(outcome.sent) + (outcome.sent == 1 ? " callback" : " callbacks");
+    if (outcome.queued > 0) {
+        text += ", " + std::to_string(outcome.queued) + " still queued";
+    }
+    return text;
 }
 
 template <typename T>
@@ -155,10 +164,17 @@ bool DevicePassesAbilityFilter(const AbilityFilter& filter, const Device& device
 
 std::shared_ptr<Simulator> Simulator::Create(World world)
 {
-    return std::shared_ptr<Simulator>(new Simulator(std::move(world)));
+    std::shared_ptr<Simulator> simulator(new Simulator(std::move(world)));
+    std::weak_ptr<Simulator> weak = simulator;
+    simulator->dispatcher_->SetOverflowHandler([weak](const PeerIdentity& client, size_t queued) {
+        if (std::shared_ptr<Simulator> alive = weak.lock()) {
+            alive->OnClientOverflow(client, queued);
+        }
+    });
+    return simulator;
 }
 
-Simulator::Simulator(World world) : world_(std::move(world)) {}
+Simulator::Simulator(World world) : dispatcher_(CallbackDispatcher::Create()), world_(std::move(world)) {}
 
 Simulator::~Simulator() = default;
 
@@ -183,7 +199,13 @@ uint64_t Simulator::CallerKey() const
 sptr<IRemoteObject::DeathRecipient> Simulator::RetainLocked(const sptr<IRemoteObject>& object)
 {
     Watch& watch = watches_[object.GetRefPtr()];
-    if (watch.refs++ > 0 || !object->IsProxyObject()) {
+    if (watch.refs++ > 0) {
+        return nullptr;
+    }
+    PeerIdentity client = GetObjectPeer(object);
+    watch.connectionId = client.connectionId;
+    dispatcher_->Hold(client);
+    if (!object->IsProxyObject()) {
         return nullptr;
     }
     watch.recipient = new (std::nothrow) ClientDeathRecipient(weak_from_this());
@@ -197,6 +219,7 @@ sptr<IRemoteObject::DeathRecipient> Simulator::ReleaseLocked(const IRemoteObject
         return nullptr;
     }
     sptr<IRemoteObject::DeathRecipient> recipient = it->second.recipient;
+    dispatcher_->Release(it->second.connectionId);
     watches_.erase(it);
     return recipient;
 }
@@ -245,9 +268,53 @@ void Simulator::DropClient(const IRemoteObject* object)
                 }
             }
         }
-        watches_.erase(object);
+        auto watch = watches_.find(object);
+        if (watch != watches_.end()) {
+            dispatcher_->Release(watch->second.connectionId);
+            watches_.erase(watch);
+        }
         SIM_LOGI("dropped %{public}zu registrations of a client", before - TotalRegistrationsLocked());
     }
+}
+
+void Simulator::DropConnection(uint64_t connectionId)
+{
+    std::vector<const IRemoteObject*> objects;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        for (const auto& watch : watches_) {
+            if (watch.second.connectionId == connectionId) {
+                objects.push_back(watch.first);
+            }
+        }
+    }
+    // Another thread may drop one of them first; DropClient of an object
+    // without registrations does nothing.
+    for (const IRemoteObject* object : objects) {
+        DropClient(object);
+    }
+}
+
+void Simulator::OnClientOverflow(const PeerIdentity& client, size_t queued)
+{
+    std::string reason = "its callbacks go unanswered (" + std::to_string(queued) + " queued, over the bound of " +
+                         std::to_string(MAX_QUEUED_CALLBACKS) + "); dropping its registrations";
+    // The transport's line names the pid; an in-process client (or one
+    // whose connection just ended) gets the service's own.
+    if (client.connectionId == 0 || !DisconnectPeer(client.connectionId, reason.c_str())) {
+        SIM_LOGW("client pid %{public}d: %{public}s", static_cast<int>(client.pid), reason.c_str());
+    }
+    DropConnection(client.connectionId);
+}
+
+void Simulator::SetCallbackWait(std::chrono::milliseconds wait)
+{
+    dispatcher_->SetWait(wait);
+}
+
+std::vector<CallbackClient> Simulator::CallbackClients() const
+{
+    return dispatcher_->Snapshot();
 }
 
 size_t Simulator::TotalRegistrationsLocked() const
@@ -679,12 +746,23 @@ int32_t Simulator::NotifyDialogEvent(const std::string& dialogEvent)
         if (at != std::string::npos) {
             reply.replace(at, std::string("{event}").size(), quoted);
         }
+        // Only the caller's own callbacks: were every application told, one
+        // that repeats the request could fill every other's callback queue.
+        uint64_t caller = GetCallingIdentity().connectionId;
+        EncodedCallback encoded;
         for (const CallbackEntry& entry : dialog_) {
-            sptr<IRemoteObject> target = entry.callback;
-            notes.push_back([target, reply] { SendDialogReply(target, reply); });
+            auto watch = watches_.find(entry.callback.GetRefPtr());
+            if (watch == watches_.end() || watch->second.connectionId != caller) {
+                continue;
+            }
+            if (encoded.data == nullptr) {
+                encoded = EncodeDialogReply(reply);
+            }
+            notes.push_back({entry.callback, encoded});
         }
     }
-    Run(notes);
+    // A service request: queued, not waited for.
+    dispatcher_->Post(std::move(notes));
     return SIM_OK;
 }
 
@@ -738,7 +816,8 @@ int32_t Simulator::RequestService(const std::string& pkgName, const sptr<IRemote
     }
     int32_t status = PutKeyedCallback(serviceRequests_, pkgName, callback);
     if (status == SIM_OK) {
-        SendPublishEvent(callback, RequestResultInfo(static_cast<uint32_t>(PublishEvent::REQUESTED), SIM_OK));
+        RequestResultInfo requested(static_cast<uint32_t>(PublishEvent::REQUESTED), SIM_OK);
+        dispatcher_->Post({{callback, EncodePublishEvent(requested)}});
     }
     return status;
 }
@@ -748,7 +827,8 @@ int32_t Simulator::UnRequestService(const std::string& pkgName)
     sptr<IRemoteObject> callback;
     int32_t status = TakeKeyedCallback(serviceRequests_, pkgName, callback);
     if (status == SIM_OK) {
-        SendPublishEvent(callback, RequestResultInfo(static_cast<uint32_t>(PublishEvent::WITHDRAWN), SIM_OK));
+        RequestResultInfo withdrawn(static_cast<uint32_t>(PublishEvent::WITHDRAWN), SIM_OK);
+        dispatcher_->Post({{callback, EncodePublishEvent(withdrawn)}});
     }
     return status;
 }
@@ -795,13 +875,19 @@ void Simulator::DeviceEventsLocked(const Device& device, DeviceState from, Devic
     if (wasOnline && !isOnline) {
         codes.push_back(DeviceChangedCallbackCode::ON_DEVICE_OFFLINE);
     }
+    // Each event is encoded once, when its first receiver is found, and
+    // shared by the others.
+    DeviceInfo info = ToDeviceInfo(device);
     for (DeviceChangedCallbackCode code : codes) {
+        EncodedCallback encoded;
         for (const Listener& listener : listeners_) {
             bool passes = listener.byServiceFilter ? ServiceFilterPasses(*listener.serviceFilter, device)
                                                    : DevicePassesAbilityFilter(*listener.abilityFilter, device);
             if (passes) {
-                sptr<IRemoteObject> target = listener.callback;
-                out.push_back([target, code, device] { SendDeviceChanged(target, code, ToDeviceInfo(device)); });
+                if (encoded.data == nullptr) {
+                    encoded = EncodeDeviceChanged(code, info);
+                }
+                out.push_back({listener.callback, encoded});
             }
         }
     }
@@ -810,18 +896,20 @@ void Simulator::DeviceEventsLocked(const Device& device, DeviceState from, Devic
     }
     auto serviceEvent =
         static_cast<int32_t>(isOnline ? ServiceChangeEvent::DEVICE_ONLINE : ServiceChangeEvent::DEVICE_OFFLINE);
-    for (const CallbackEntry& entry : serviceChanged_) {
-        sptr<IRemoteObject> target = entry.callback;
-        out.push_back([target, serviceEvent, device] {
-            SendServiceChanged(target, serviceEvent, {ToDeviceServiceInfo(device)});
-        });
+    if (!serviceChanged_.empty()) {
+        EncodedCallback encoded = EncodeServiceChanged(serviceEvent, {ToDeviceServiceInfo(device)});
+        for (const CallbackEntry& entry : serviceChanged_) {
+            out.push_back({entry.callback, encoded});
+        }
     }
     auto detectEvent = static_cast<int32_t>(isOnline ? DetectEvent::FOUND : DetectEvent::LOST);
+    EncodedCallback detected;
     for (const DetectSession& session : detectSessions_) {
         if (DeviceFilterPasses(*session.filter, device)) {
-            sptr<IRemoteObject> target = session.callback;
-            out.push_back(
-                [target, detectEvent, device] { Sim::SendDetectEvent(target, detectEvent, ToDeviceInfo(device)); });
+            if (detected.data == nullptr) {
+                detected = EncodeDetectEvent(detectEvent, info);
+            }
+            out.push_back({session.callback, detected});
         }
     }
 }
@@ -832,13 +920,6 @@ World& Simulator::ChangeWorldLocked()
     // finds the changed world.
     worldVersion_.fetch_add(1, std::memory_order_release);
     return world_;
-}
-
-void Simulator::Run(Notifications& notifications)
-{
-    for (const auto& notify : notifications) {
-        notify();
-    }
 }
 
 int32_t Simulator::SetDeviceState(const std::string& id, DeviceState state, std::string& detail)
@@ -856,11 +937,10 @@ int32_t Simulator::SetDeviceState(const std::string& id, DeviceState state, std:
         DeviceState from = device.state;
         device.state = state;
         DeviceEventsLocked(device, from, state, notes);
-        detail = Describe(device) + (from == state ? " was already " : " is now ") + DeviceStateToString(state) +
-                 Sent(notes.size());
+        detail = Describe(device) + (from == state ? " was already " : " is now ") + DeviceStateToString(state);
         udid = device.udid;
     }
-    Run(notes);
+    detail += Sent(dispatcher_->Deliver(std::move(notes)));
     SIM_LOGI("%{public}s", ForLog(detail, udid).c_str());
     return SIM_OK;
 }
@@ -886,9 +966,9 @@ int32_t Simulator::AddDevice(const Device& device, std::string& detail)
         }
         ChangeWorldLocked().devices.push_back(device);
         DeviceEventsLocked(device, DeviceState::OFFLINE, device.state, notes);
-        detail = "added " + Describe(device) + ", " + DeviceStateToString(device.state) + Sent(notes.size());
+        detail = "added " + Describe(device) + ", " + DeviceStateToString(device.state);
     }
-    Run(notes);
+    detail += Sent(dispatcher_->Deliver(std::move(notes)));
     SIM_LOGI("%{public}s", ForLog(detail, device.udid).c_str());
     return SIM_OK;
 }
@@ -908,10 +988,10 @@ int32_t Simulator::RemoveDevice(const std::string& id, std::string& detail)
         Device device = world.devices[static_cast<size_t>(index)];
         world.devices.erase(world.devices.begin() + index);
         DeviceEventsLocked(device, device.state, DeviceState::OFFLINE, notes);
-        detail = "removed " + Describe(device) + Sent(notes.size());
+        detail = "removed " + Describe(device);
         udid = device.udid;
     }
-    Run(notes);
+    detail += Sent(dispatcher_->Deliver(std::move(notes)));
     SIM_LOGI("%{public}s", ForLog(detail, udid).c_str());
     return SIM_OK;
 }
@@ -937,11 +1017,10 @@ int32_t Simulator::SetDynamicInfo(const std::string& id, const std::string& key,
 
 int32_t Simulator::NotifyServiceChange(int32_t event, const std::vector<std::string>& ids, std::string& detail)
 {
-    Notifications notes;
-    size_t count = 0;
+    std::vector<sptr<IRemoteObject>> targets;
+    std::vector<Device> devices;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        std::vector<Device> devices;
         for (const std::string& id : ids) {
             int index = Sim::FindDevice(world_, id);
             if (index < 0) {
@@ -957,21 +1036,24 @@ int32_t Simulator::NotifyServiceChange(int32_t event, const std::vector<std::str
                 }
             }
         }
-        count = devices.size();
         for (const CallbackEntry& entry : serviceChanged_) {
-            sptr<IRemoteObject> target = entry.callback;
-            notes.push_back([target, event, devices] {
-                std::vector<DeviceServiceInfo> services;
-                for (const Device& device : devices) {
-                    services.push_back(ToDeviceServiceInfo(device));
-                }
-                SendServiceChanged(target, event, services);
-            });
+            targets.push_back(entry.callback);
         }
     }
-    Run(notes);
-    detail =
-        "service change " + std::to_string(event) + " for " + std::to_string(count) + " devices" + Sent(notes.size());
+    // Encoded outside the lock: a large world makes a large record list.
+    Notifications notes;
+    if (!targets.empty()) {
+        std::vector<DeviceServiceInfo> services;
+        for (const Device& device : devices) {
+            services.push_back(ToDeviceServiceInfo(device));
+        }
+        EncodedCallback encoded = EncodeServiceChanged(event, services);
+        for (sptr<IRemoteObject>& target : targets) {
+            notes.push_back({std::move(target), encoded});
+        }
+    }
+    detail = "service change " + std::to_string(event) + " for " + std::to_string(devices.size()) + " devices" +
+             Sent(dispatcher_->Deliver(std::move(notes)));
     return SIM_OK;
 }
 
@@ -980,15 +1062,17 @@ int32_t Simulator::Deliver(bool allCodes, int32_t deliverCode, const std::string
     Notifications notes;
     {
         std::lock_guard<std::mutex> lock(mutex_);
+        EncodedCallback encoded;
         for (const CallbackEntry& entry : deliver_) {
             if (allCodes || entry.key == deliverCode) {
-                sptr<IRemoteObject> target = entry.callback;
-                notes.push_back([target, info] { SendDeliver(target, info); });
+                if (encoded.data == nullptr) {
+                    encoded = EncodeDeliver(info);
+                }
+                notes.push_back({entry.callback, encoded});
             }
         }
     }
-    Run(notes);
-    detail = "delivered" + Sent(notes.size());
+    detail = "delivered" + Sent(dispatcher_->Deliver(std::move(notes)));
     return SIM_OK;
 }
 
@@ -1002,18 +1086,18 @@ int32_t Simulator::PublishResult(const std::string& pkgName, uint32_t eventCode,
             detail = "no service request of package \"" + pkgName + "\"";
             return SIM_ERR_NOT_REGISTERED;
         }
+        EncodedCallback encoded;
         for (const auto& request : serviceRequests_) {
             if (pkgName.empty() || request.first == pkgName) {
-                sptr<IRemoteObject> target = request.second;
-                notes.push_back([target, eventCode, resultCode] {
-                    SendPublishEvent(target, RequestResultInfo(eventCode, resultCode));
-                });
+                if (encoded.data == nullptr) {
+                    encoded = EncodePublishEvent(RequestResultInfo(eventCode, resultCode));
+                }
+                notes.push_back({request.second, encoded});
             }
         }
     }
-    Run(notes);
-    detail =
-        "published event " + std::to_string(eventCode) + " result " + std::to_string(resultCode) + Sent(notes.size());
+    detail = "published event " + std::to_string(eventCode) + " result " + std::to_string(resultCode) +
+             Sent(dispatcher_->Deliver(std::move(notes)));
     return SIM_OK;
 }
 
@@ -1022,13 +1106,12 @@ int32_t Simulator::DialogReply(const std::string& reply, std::string& detail)
     Notifications notes;
     {
         std::lock_guard<std::mutex> lock(mutex_);
+        EncodedCallback encoded = dialog_.empty() ? EncodedCallback() : EncodeDialogReply(reply);
         for (const CallbackEntry& entry : dialog_) {
-            sptr<IRemoteObject> target = entry.callback;
-            notes.push_back([target, reply] { SendDialogReply(target, reply); });
+            notes.push_back({entry.callback, encoded});
         }
     }
-    Run(notes);
-    detail = "dialog reply" + Sent(notes.size());
+    detail = "dialog reply" + Sent(dispatcher_->Deliver(std::move(notes)));
     return SIM_OK;
 }
 
@@ -1042,16 +1125,19 @@ int32_t Simulator::SendDetectEvent(const std::string& id, int32_t event, std::st
             detail = "no device with udid or network id \"" + id + "\"";
             return SIM_ERR_NO_SUCH_DEVICE;
         }
-        Device device = world_.devices[static_cast<size_t>(index)];
+        const Device& device = world_.devices[static_cast<size_t>(index)];
+        EncodedCallback encoded;
         for (const DetectSession& session : detectSessions_) {
             if (DeviceFilterPasses(*session.filter, device)) {
-                sptr<IRemoteObject> target = session.callback;
-                notes.push_back([target, event, device] { Sim::SendDetectEvent(target, event, ToDeviceInfo(device)); });
+                if (encoded.data == nullptr) {
+                    encoded = EncodeDetectEvent(event, ToDeviceInfo(device));
+                }
+                notes.push_back({session.callback, encoded});
             }
         }
-        detail = "detect event " + std::to_string(event) + " for " + Describe(device) + Sent(notes.size());
+        detail = "detect event " + std::to_string(event) + " for " + Describe(device);
     }
-    Run(notes);
+    detail += Sent(dispatcher_->Deliver(std::move(notes)));
     return SIM_OK;
 }
 

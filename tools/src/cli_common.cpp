@@ -11,6 +11,7 @@
 #include "sim_status.h"
 #include "socket_transport.h"
 #include "system_ability_manager.h"
+#include "tralog.h"
 #include "world_json.h"
 
 namespace DeviceDetectCli {
@@ -62,7 +63,7 @@ int Fail(const Context& ctx, const std::string& what, int32_t status, const std:
     }
     std::cerr << "devicedetect: " << what << " failed: " << StatusName(status) << " (" << status << ")";
     if (!detail.empty()) {
-        std::cerr << ": " << detail;
+        std::cerr << ": " << Printable(detail);
     }
     std::cerr << "\n";
     return EXIT_REQUEST_FAILED;
@@ -143,6 +144,11 @@ sptr<IRemoteObject> GetServiceObject(const Context& ctx)
     return object;
 }
 
+std::string Printable(const std::string& text)
+{
+    return EscapeControlCharacters(text);
+}
+
 std::string TypeName(uint32_t type)
 {
     return Sim::DeviceTypeName(type);
@@ -160,6 +166,14 @@ Json DeviceJson(const DeviceInfo& device)
 void PrintJson(const Json& value)
 {
     std::cout << value.dump(2, ' ', false, Json::error_handler_t::replace) << std::endl;
+}
+
+void Table::Add(std::vector<std::string> row)
+{
+    for (std::string& cell : row) {
+        cell = Printable(cell);
+    }
+    rows_.push_back(std::move(row));
 }
 
 void Table::Print(std::ostream& out, const std::string& indent) const

@@ -60,14 +60,24 @@ sptr<Tavik::Syntavo::DeviceDetectProxy> GetProxy(const Context& ctx);
 // The service's remote object (for control requests), or null likewise.
 sptr<Tavik::IRemoteObject> GetServiceObject(const Context& ctx);
 
+// Text that came from the service (names, dynamic information,
+// configuration, details), made safe to print for people: control
+// characters become visible escapes ("\n", "\x1b"; tralog.h's
+// EscapeControlCharacters), so a device name cannot break a line, forge
+// one, or send the terminal an escape sequence. JSON output needs no such
+// step; its encoder escapes them already.
+std::string Printable(const std::string& text);
+
 std::string TypeName(uint32_t type);
 Json DeviceJson(const Tavik::Syntavo::DeviceInfo& device);
 void PrintJson(const Json& value);
 
+// Columns for people. Every cell goes through Printable, so the widths are
+// those of what is printed.
 class Table {
 public:
     explicit Table(std::vector<std::string> headers) : headers_(std::move(headers)) {}
-    void Add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
+    void Add(std::vector<std::string> row);
     bool Empty() const { return rows_.empty(); }
     void Print(std::ostream& out, const std::string& indent = "") const;
 

@@ -63,8 +63,9 @@ public:
             std::cout << Json{{"event", "detect"}, {"code", event}, {"device", DeviceJson(*device)}}.dump()
                       << std::endl;
         } else {
-            std::cout << "detect event " << event << ": " << device->GetDeviceName() << " ("
-                      << TypeName(device->GetDeviceType()) << ", " << device->GetDeviceUdid() << ")" << std::endl;
+            std::cout << "detect event " << event << ": " << Printable(device->GetDeviceName()) << " ("
+                      << TypeName(device->GetDeviceType()) << ", " << Printable(device->GetDeviceUdid()) << ")"
+                      << std::endl;
         }
         return 0;
     }
@@ -104,7 +105,7 @@ public:
                                                                               Json::error_handler_t::replace)
                       << std::endl;
         } else {
-            std::cout << "dialog reply: " << info << std::endl;
+            std::cout << "dialog reply: " << Printable(info) << std::endl;
         }
         return 0;
     }

@@ -31,7 +31,7 @@ void PrintStep(const Context& ctx, const Sim::ControlResult& result)
                        {"statusName", StatusName(result.status)},
                        {"detail", result.detail}});
     } else {
-        std::cout << result.detail << std::endl;
+        std::cout << Printable(result.detail) << std::endl;
     }
 }
 

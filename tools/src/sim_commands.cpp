@@ -27,7 +27,7 @@ int Report(const Context& ctx, const std::string& what, const Sim::ControlResult
     if (ctx.json) {
         PrintJson(Json{{"ok", true}, {"status", 0}, {"detail", result.detail}});
     } else {
-        std::cout << result.detail << "\n";
+        std::cout << Printable(result.detail) << "\n";
     }
     return EXIT_OK;
 }
@@ -145,8 +145,8 @@ void AddDeviceCommands(CLI::App& sim, Context& ctx)
             if (!Sim::ParseWorld(result.json, world, error)) {
                 return Fail(ctx, "sim show", Sim::SIM_ERR_BAD_WORLD, error);
             }
-            std::cout << "local: " << world.local.name << " (" << TypeName(world.local.type) << ", " << world.local.udid
-                      << ")\n";
+            std::cout << "local: " << Printable(world.local.name) << " (" << TypeName(world.local.type) << ", "
+                      << Printable(world.local.udid) << ")\n";
             Table table({"NAME", "TYPE", "STATE", "UDID", "NETWORK ID", "SERVICES"});
             for (const Sim::Device& device : world.devices) {
                 std::string services;

@@ -129,8 +129,8 @@ std::string DeviceLine(const char* what, const DeviceInfo& device, bool json)
         return Json{{"event", what}, {"device", DeviceJson(device)}}.dump(-1, ' ', false,
                                                                           Json::error_handler_t::replace);
     }
-    return std::string(what) + "  " + device.GetDeviceName() + "  (" + TypeName(device.GetDeviceType()) + ", " +
-           device.GetDeviceUdid() + ")";
+    return std::string(what) + "  " + Printable(device.GetDeviceName()) + "  (" + TypeName(device.GetDeviceType()) +
+           ", " + Printable(device.GetDeviceUdid()) + ")";
 }
 
 class DeviceEvents : public DeviceChangedCallbackStub {
@@ -189,10 +189,10 @@ public:
         }
         std::string line = "services " + std::to_string(event) + ":";
         for (const DeviceServiceInfo& info : infos) {
-            line += "  " + info.GetDeviceName() + " [";
+            line += "  " + Printable(info.GetDeviceName()) + " [";
             std::vector<std::string> rules = info.GetServiceRuleList();
             for (size_t i = 0; i < rules.size(); ++i) {
-                line += (i > 0 ? ", " : "") + rules[i];
+                line += (i > 0 ? ", " : "") + Printable(rules[i]);
             }
             line += "]";
         }
@@ -219,7 +219,7 @@ public:
         }
         queue_->Push(json_ ? Json{{"event", "deliver"}, {"code", code_}, {"info", info}}.dump(
                                  -1, ' ', false, Json::error_handler_t::replace)
-                           : "deliver " + std::to_string(code_) + ": " + info);
+                           : "deliver " + std::to_string(code_) + ": " + Printable(info));
         return 0;
     }
 
@@ -243,7 +243,7 @@ public:
         }
         queue_->Push(
             json_ ? Json{{"event", "dialogReply"}, {"reply", info}}.dump(-1, ' ', false, Json::error_handler_t::replace)
-                  : "dialog reply: " + info);
+                  : "dialog reply: " + Printable(info));
         return 0;
     }
 

@@ -232,6 +232,55 @@ TEST_F(TralogTest, StderrSink)
     EXPECT_EQ(viaPrint.find("not shown"), std::string::npos) << viaPrint;
 }
 
+// What a peer can put into an argument reaches standard error as one line,
+// escaped and capped; an installed sink still gets the text as formatted.
+TEST_F(TralogTest, StderrSinkEscapesAndCapsArguments)
+{
+    const std::string cut1030(1030, 'a');
+    const std::string utf8Cut = std::string(1023, 'a') + "\xc3\xa9" + "bc";
+    struct Case {
+        const char* name;
+        const char* fmt;
+        std::string argument;
+        std::string expected;  // after "TavikTest: "
+    };
+    const Case cases[] = {
+        {"forged line and escape sequence", "token \"%{public}s\"", "x\nWARN 0x1/Tag: forged\x1b[31m",
+         R"(token "x\nWARN 0x1/Tag: forged\x1b[31m")"},
+        {"other controls", "<%{public}s>", "\t\r\x01\x7f\xc2\x9b", R"(<\t\r\x01\x7f\xc2\x9b>)"},
+        {"text and UTF-8 stay", "%{public}s!", "Alice\xe2\x80\x99s Watch \\n", "Alice\xe2\x80\x99s Watch \\n!"},
+        {"long argument", "[%{public}s]", cut1030, "[" + std::string(1024, 'a') + "...[6 more bytes]]"},
+        {"cut before a UTF-8 character", "%{public}s", utf8Cut, std::string(1023, 'a') + "...[4 more bytes]"},
+        {"private argument", "%{private}s\x1b", "\n", R"(<private>\x1b)"},
+    };
+    ResetLogSink();
+    SetLogLevel(LOG_WARN);
+    for (const Case& c : cases) {
+        std::string out =
+            CaptureStderr([&] { TralogPrint(LOG_CORE, LOG_WARN, kDomain, kTag, c.fmt, c.argument.c_str()); });
+        std::string head = "/TavikTest: ";
+        size_t at = out.find(head);
+        ASSERT_NE(at, std::string::npos) << c.name << ": " << out;
+        EXPECT_EQ(out.substr(at + head.size()), c.expected + "\n") << c.name;
+    }
+    LogCapture capture;
+    TralogPrint(LOG_CORE, LOG_WARN, kDomain, kTag, "%{public}s|%{public}s", "a\nb", cut1030.c_str());
+    std::vector<LogRecord> records = capture.Records();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].message, "a\nb|" + cut1030) << "an installed sink gets the exact text";
+    ASSERT_EQ(records[0].arguments.size(), 2u);
+    EXPECT_EQ(records[0].arguments[1].begin, 4u);
+    EXPECT_EQ(records[0].arguments[1].end, 1034u);
+
+    // A record made by hand has no spans: escaped, not capped.
+    LogRecord manual{LOG_CORE, LOG_ERROR, kDomain, "tag\n", "two\nlines"};
+    std::string out = CaptureStderr([&] { WriteToStderr(manual); });
+    EXPECT_NE(out.find(R"(/tag\n: two\nlines)"
+                       "\n"),
+              std::string::npos)
+        << out;
+}
+
 TEST(LogLevelTest, ParseLogLevel)
 {
     struct Case {
