@@ -2,7 +2,7 @@
 # Installs the Debian packages the build needs; does nothing when they are
 # already there. Needs root (or sudo) only when something is missing.
 set -eu
-packages="cmake ninja-build g++ clang make pkg-config libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev"
+packages="cmake ninja-build g++ clang make pkg-config libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev tshark"
 missing=""
 for p in $packages; do
     if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
@@ -14,6 +14,9 @@ echo "installing:$missing" >&2
 SUDO=""
 [ "$(id -u)" -eq 0 ] || SUDO="sudo"
 export DEBIAN_FRONTEND=noninteractive
+# tshark (the capture test reads captures with it) would otherwise ask
+# whether ordinary users may capture packets; they need not.
+echo "wireshark-common wireshark-common/install-setuid boolean false" | $SUDO debconf-set-selections
 $SUDO apt-get update -qq
 # shellcheck disable=SC2086
 $SUDO apt-get install -y -qq $missing >/dev/null
