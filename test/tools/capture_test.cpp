@@ -8,22 +8,35 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <list>
+#include <memory>
+#include <mutex>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "ability_filter.h"
 #include "child_process.h"
+#include "control_client.h"
 #include "device_changed_callback_stub.h"
+#include "device_config_info.h"
 #include "device_detect_descriptors.h"
+#include "device_detect_proxy.h"
 #include "device_detect_request_code.h"
 #include "device_detect_status.h"
+#include "device_dynamic_info.h"
+#include "device_filter.h"
 #include "device_info.h"
+#include "embedded_service.h"
 #include "ipc_status.h"
 #include "message_parcel.h"
 #include "pcap_writer.h"
+#include "recording_callbacks.h"
+#include "service_filter.h"
 #include "sim_protocol.h"
 #include "sim_status.h"
+#include "string_convert.h"
 #include "transport/frame.h"
 
 namespace DeviceDetectCli {
@@ -55,16 +68,30 @@ uint32_t Le32(const std::string& bytes, size_t at)
 }
 
 // Appends frames to a capture, one call per frame, as the service's tap sees
-// them: header, parcel data, object entries.
+// them: header, parcel data, object entries. Thread-safe: callbacks may be
+// sent from the service's threads.
 class Session {
 public:
     explicit Session(const std::string& path) { ok_ = writer_.Open(path); }
     bool Ok() const { return ok_; }
     std::string Error() const { return writer_.Error(); }
 
+    // The client and the service count their calls separately.
+    uint64_t NextCallId(CaptureDirection direction)
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return ++callIds_[direction == CaptureDirection::TO_SERVICE ? 0 : 1];
+    }
+    uint32_t NextObjectId()
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return ++objectIds_;
+    }
+
     void Frame(CaptureDirection direction, FrameKind kind, uint64_t callId, uint32_t code, const MessageParcel& data,
                std::vector<ObjectEntry> objects = {})
     {
+        std::lock_guard<std::mutex> lock(mutex_);
         FrameHeader header = Tavik::Transport::MakeHeader(kind);
         header.callId = callId;
         header.code = code;
@@ -89,14 +116,59 @@ public:
 
     bool Close()
     {
+        std::lock_guard<std::mutex> lock(mutex_);
         ok_ = ok_ && writer_.Close();
         return ok_;
     }
 
 private:
+    std::mutex mutex_;
     PcapWriter writer_;
     bool ok_ = false;
     uint64_t time_ = START_NS;
+    uint64_t callIds_[2] = {0, 0};
+    uint32_t objectIds_ = 0;
+};
+
+// Stands where the socket would be, between a caller and a local stub, and
+// writes each call and its reply to the capture. The objects a request to
+// the service carries are wrapped in turn, so the callbacks the service
+// later sends through them are captured as well. Not a proxy: the service
+// watches no death of it. It must not outlive the session.
+class Tap : public Tavik::IRemoteObject {
+public:
+    Tap(sptr<Tavik::IRemoteObject> inner, Session& session, CaptureDirection calls)
+        : inner_(std::move(inner)), session_(session), calls_(calls)
+    {
+    }
+
+    int32_t SendRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, Tavik::MessageOption& option) override
+    {
+        std::vector<sptr<Tavik::IRemoteObject>> objects = data.GetObjects();
+        std::vector<ObjectEntry> entries;
+        for (sptr<Tavik::IRemoteObject>& object : objects) {
+            entries.push_back(ObjectEntry{session_.NextObjectId(), static_cast<uint8_t>(ObjectOwner::SENDER), {}});
+            if (calls_ == CaptureDirection::TO_SERVICE) {
+                object = new Tap(object, session_, CaptureDirection::FROM_SERVICE);
+            }
+        }
+        data.SetObjects(objects);
+        const uint64_t callId = session_.NextCallId(calls_);
+        session_.Frame(calls_, FrameKind::TRANSACTION, callId, code, data, entries);
+        int32_t status = inner_->SendRequest(code, data, reply, option);
+        const CaptureDirection back =
+            calls_ == CaptureDirection::TO_SERVICE ? CaptureDirection::FROM_SERVICE : CaptureDirection::TO_SERVICE;
+        session_.Frame(back, FrameKind::REPLY, callId, static_cast<uint32_t>(status), reply);
+        return status;
+    }
+    bool AddDeathRecipient(const sptr<DeathRecipient>&) override { return false; }
+    bool RemoveDeathRecipient(const sptr<DeathRecipient>&) override { return false; }
+    bool IsProxyObject() const override { return false; }
+
+private:
+    sptr<Tavik::IRemoteObject> inner_;
+    Session& session_;
+    const CaptureDirection calls_;
 };
 
 MessageParcel Token(const char16_t* descriptor)
@@ -321,12 +393,12 @@ TEST_F(CaptureTest, ScriptedSessionDecodesWithNamesAndValues)
         "status: SIM_ERR_NO_SUCH_DEVICE (3002)",
         "detail: no device udid-car-0001",
         "devices: 1000",
-        "Frame cut at the capture limit",
+        "of 1000 devices decoded: the frame is cut at the capture limit",
     };
     for (const char* text : expected) {
         EXPECT_NE(out.find(text), std::string::npos) << "missing \"" << text << "\"";
     }
-    for (const char* text : {"Lua Error", "Malformed", "Error/"}) {
+    for (const char* text : {"Lua Error", "Malformed", "Error/", "after the last item"}) {
         EXPECT_EQ(out.find(text), std::string::npos) << "unexpected \"" << text << "\"";
     }
     if (testing::Test::HasFailure()) {
@@ -334,31 +406,137 @@ TEST_F(CaptureTest, ScriptedSessionDecodesWithNamesAndValues)
     }
 }
 
-// The dissector's name tables against the C++ ones: every request code,
-// control code and status value that has a name in the sources is named the
-// same way in the decoded capture.
-TEST_F(CaptureTest, DissectorNamesEveryCodeAndStatusOfTheSources)
+// The real proxy, service, control client and callback stubs in one process,
+// with every frame between them captured: each of the 25 requests, the 13
+// control requests and the callbacks of the six interfaces (with their
+// replies) must decode with the names of the C++ tables, every item read
+// and nothing left over.
+TEST_F(CaptureTest, EveryRequestControlAndCallbackOfARealSessionDecodesCleanly)
 {
     SKIP_WITHOUT_TSHARK();
-    const std::string capture = Path("codes.pcap");
+    using Tavik::Test::CallbackJournal;
+    namespace Sim = Syntavo::Sim;
+    const std::string capture = Path("real.pcap");
+    Session session(capture);
+    ASSERT_TRUE(session.Ok()) << session.Error();
+    {
+        Sim::EmbeddedService service;
+        sptr<Tavik::IRemoteObject> tap = new Tap(service.Object(), session, CaptureDirection::TO_SERVICE);
+        sptr<Syntavo::DeviceDetectProxy> proxy = new Syntavo::DeviceDetectProxy(tap);
+        Sim::ControlClient control(tap);
+        auto journal = std::make_shared<CallbackJournal>();
+        sptr<Tavik::Test::DeviceChangedRecorder> changed = new Tavik::Test::DeviceChangedRecorder(journal);
+        sptr<Tavik::Test::ServiceChangedRecorder> services = new Tavik::Test::ServiceChangedRecorder(journal);
+        sptr<Tavik::Test::DeviceDetectRecorder> detect = new Tavik::Test::DeviceDetectRecorder(journal);
+        sptr<Tavik::Test::ServiceDeliverRecorder> deliver = new Tavik::Test::ServiceDeliverRecorder(journal);
+        sptr<Tavik::Test::DialogEventRecorder> dialog = new Tavik::Test::DialogEventRecorder(journal);
+        sptr<Tavik::Test::ServicePublishRecorder> publish = new Tavik::Test::ServicePublishRecorder(journal);
+
+        std::vector<Syntavo::DeviceInfo> devices;
+        proxy->GetTrustedDeviceList("", devices);
+        std::vector<sptr<Syntavo::AbilityFilter>> abilities = {new Syntavo::AbilityFilter("com.tavik.files")};
+        std::list<std::tuple<Syntavo::DeviceInfo, std::list<sptr<Syntavo::AbilityFilter>>>> withAbilities;
+        proxy->GetTrustedDeviceListWithAbilityFilter(abilities, withAbilities);
+        proxy->GetTrustedDeviceListWithServiceFilter(new Syntavo::ServiceFilter("castService", {"TV"}), "", devices);
+        proxy->GetTrustedDeviceListWithDeviceFilter(new Syntavo::DeviceFilter({0x9C, 0x11}, {1}), devices, detect);
+        uint32_t listener = proxy->RegisterDevChangedCallback(new Syntavo::AbilityFilter(), "", changed).second;
+        uint32_t filtered =
+            proxy->RegisterCallbackWithServiceFilter(new Syntavo::ServiceFilter("navigation"), "", changed).second;
+        proxy->RegisterServiceChangedCallback(services);
+        proxy->RegisterServiceDeliverCallback(5, deliver);
+        proxy->SetDialogEventCallback(dialog);
+        proxy->NotifyAppDialogEvent("{\"dialog\":\"pick\"}");
+        proxy->RequestService("com.example.cast", publish);
+        proxy->RegisterKeyMouseCallback("caller-1", changed);
+        Syntavo::DeviceInfo local;
+        proxy->GetLocalDeviceInfo(local);
+        std::vector<Syntavo::DeviceDynamicInfo> dynamic;
+        proxy->GetRemoteDeviceDynamicInfo("udid-tv-0001", {"volume", "power"}, dynamic);
+        Syntavo::DeviceConfigInfo config;
+        proxy->QueryDeviceConfigInfo("udid-tv-0001", config);
+        proxy->GetDeviceSwitch("udid-tv-0001");
+        std::string networkId = "net-pc-0001";
+        proxy->GetIsSameDeviceAccount(networkId);
+        proxy->GetIsNextTypeDevice(networkId);
+        proxy->GetBindKeymouseServiceReq(true);
+        proxy->UpdateKeyMouseEdgeSwitch(true);
+
+        control.SetDeviceState("udid-car-0001", Sim::DeviceState::READY);
+        control.SetDeviceState("udid-tv-0001", Sim::DeviceState::OFFLINE);
+        control.AddDevice(R"({"udid":"u9","networkId":"n9","name":"Den TV","type":"TV","state":"online"})");
+        control.RemoveDevice("u9");
+        control.SetDynamicInfo("udid-pad-0001", "battery", "70");
+        control.NotifyServiceChange(static_cast<int32_t>(Sim::ServiceChangeEvent::SERVICES_CHANGED), {});
+        control.Deliver(false, 5, "parcel ready");
+        control.PublishResult("com.example.cast", static_cast<uint32_t>(Sim::PublishEvent::REQUESTED), 0);
+        control.DialogReply("{\"reply\":\"cancel\"}");
+        control.DetectEvent("udid-pad-0001", static_cast<int32_t>(Sim::DetectEvent::FOUND));
+        control.LoadWorld(control.GetWorld().json);
+        control.GetRegistrations();
+        control.Step();
+        EXPECT_TRUE(Tavik::Test::WaitUntil([&] {
+            std::string lines;
+            for (const std::string& line : journal->Lines()) {
+                lines += line.substr(0, line.find(' ')) + ",";
+            }
+            return lines.find("ready") != std::string::npos && lines.find("offline") != std::string::npos &&
+                   lines.find("services") != std::string::npos && lines.find("detect") != std::string::npos &&
+                   lines.find("deliver") != std::string::npos && lines.find("dialog") != std::string::npos &&
+                   lines.find("publish") != std::string::npos;
+        }));
+        proxy->UnregisterKeyMouseCallback("caller-1");
+        proxy->UnRequestService("com.example.cast");
+        proxy->UnregisterDevChangedCallback(listener);
+        proxy->UnregisterServiceFilterListener(filtered);
+        proxy->UnregisterServiceChangedCallback();
+    }
+    ASSERT_TRUE(session.Close()) << session.Error();
+
+    std::vector<std::string> expected;
+    for (uint32_t code = 0; code < 100; ++code) {
+        if (const char* name = Syntavo::DeviceDetectRequestCodeToString(code)) {
+            expected.push_back(std::string("request: ") + name);
+            expected.push_back(std::string("reply to: ") + name);
+        }
+        if (const char* name = Sim::ControlCodeToString(code)) {
+            expected.push_back(std::string("control request: ") + name);
+            expected.push_back(std::string("reply to: ") + name);
+        }
+    }
+    EXPECT_EQ(expected.size(), 2 * (25U + 13U));
+    for (const char16_t* token : {Descriptor::DEVICE_CHANGED_CALLBACK, Descriptor::SERVICE_CHANGED_CALLBACK,
+                                  Descriptor::DEVICE_DETECT_CALLBACK, Descriptor::SERVICE_DELIVER_CALLBACK,
+                                  Descriptor::DIALOG_EVENT_CALLBACK, Descriptor::SERVICE_PUBLISH_CALLBACK}) {
+        expected.push_back("interface token: " + Tavik::Str16ToStr8(token));
+    }
+    for (const char* text : {"callback: ON_DEVICE_READY", "callback: ON_DEVICE_OFFLINE", "callback: ON_EVENT",
+                             "reply to: ON_EVENT", "deviceHashId: hash-", "eventCode: REQUESTED (1)", "deviceTypes: 2",
+                             "key: volume", "modelId: TV-X55", "isNextType: True"}) {
+        expected.emplace_back(text);
+    }
+    const std::string out = Dissect(tshark_, dir_, capture);
+    for (const std::string& text : expected) {
+        EXPECT_NE(out.find(text), std::string::npos) << "missing \"" << text << "\"";
+    }
+    for (const char* text : {"Lua Error", "Malformed", "Undecoded", "after the last item", "not in the capture"}) {
+        EXPECT_EQ(out.find(text), std::string::npos) << "unexpected \"" << text << "\"";
+    }
+}
+
+// Every status value with a name in the sources is named the same way.
+TEST_F(CaptureTest, DissectorNamesEveryStatusOfTheSources)
+{
+    SKIP_WITHOUT_TSHARK();
+    const std::string capture = Path("statuses.pcap");
     Session session(capture);
     std::vector<std::string> expected;
     uint64_t callId = 1;
-    for (uint32_t code = 0; code < 100; ++code) {
-        if (const char* name = Syntavo::DeviceDetectRequestCodeToString(code)) {
-            session.Request(callId++, code, Token(Descriptor::DEVICE_DETECT));
-            expected.push_back(std::string("request: ") + name);
-        }
-        if (const char* name = Syntavo::Sim::ControlCodeToString(code)) {
-            session.Request(callId++, code, Token(Syntavo::Sim::CONTROL_DESCRIPTOR));
-            expected.push_back(std::string("control request: ") + name);
-        }
-    }
-    EXPECT_EQ(expected.size(), 25U + 13U);
     for (int32_t status = -200; status < 4000; ++status) {
-        const char* name = Tavik::IpcStatusToString(status);
-        name = name != nullptr ? name : Syntavo::DeviceDetectStatusToString(status);
+        const char* name = Syntavo::DeviceDetectStatusToString(status);
         name = name != nullptr ? name : Syntavo::Sim::SimStatusToString(status);
+        if (name == nullptr && std::strcmp(Tavik::IpcStatusToString(status), "UNKNOWN") != 0) {
+            name = Tavik::IpcStatusToString(status);
+        }
         if (name != nullptr && status != 0) {
             session.Reply(callId++, status, MessageParcel());
             expected.push_back("status: " + std::string(name) + " (" + std::to_string(status) + ")");

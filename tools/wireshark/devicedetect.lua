@@ -162,6 +162,8 @@ local ef = {
         expert.severity.WARN),
     trailing = ProtoExpert.new("devicedetect.trailing", "Bytes after the last item", expert.group.PROTOCOL,
         expert.severity.WARN),
+    short_reply = ProtoExpert.new("devicedetect.short_reply", "The reply of a failed call ends early",
+        expert.group.PROTOCOL, expert.severity.NOTE),
     no_request = ProtoExpert.new("devicedetect.no_request", "Reply to a call that is not in the capture",
         expert.group.SEQUENCE, expert.severity.NOTE),
 }
@@ -377,7 +379,7 @@ for _, interface in pairs(INTERFACES) do
 end
 
 proto.fields = fields
-proto.experts = { ef.malformed, ef.cut, ef.unknown, ef.trailing, ef.no_request }
+proto.experts = { ef.malformed, ef.cut, ef.unknown, ef.trailing, ef.short_reply, ef.no_request }
 
 ---------------------------------------------------------------------------
 -- The parcel reader
@@ -396,6 +398,9 @@ function Reader.new(tvb, pinfo, pos, data_end, objects)
     self.captured_end = math.min(data_end, tvb:len())
     self.objects = objects
     self.stopped = false
+    -- Set for the reply of a failed call, which may hold any part of its
+    -- layout: running out of data there is a note, not a fault.
+    self.lenient = false
     return self
 end
 
@@ -411,6 +416,11 @@ function Reader:remaining()
     return self.data_end - self.pos
 end
 
+-- The data ends before `text`'s item does.
+function Reader:past_end(tree, text)
+    self:stop(tree, self.lenient and ef.short_reply or ef.malformed, text)
+end
+
 -- True when n bytes from the current position are captured. Otherwise stops,
 -- saying whether the capture limit or the data itself ended first.
 function Reader:need(tree, n, what)
@@ -421,11 +431,11 @@ function Reader:need(tree, n, what)
         return true
     end
     if self.pos + n <= self.data_end then
+        self.cut = true
         self:stop(tree, ef.cut, string.format("%s: the capture stops here, %d bytes of the frame's data were not captured",
             what, self.data_end - self.captured_end))
     else
-        self:stop(tree, ef.malformed, string.format("%s needs %d bytes, the parcel has %d left", what, n,
-            self:remaining()))
+        self:past_end(tree, string.format("%s needs %d bytes, the parcel has %d left", what, n, self:remaining()))
     end
     return false
 end
@@ -438,7 +448,7 @@ function Reader:check_count(tree, count, min_size, what)
         return false
     end
     if count * min_size > self:remaining() then
-        self:stop(tree, ef.malformed, string.format("%s: count %d cannot fit in the %d bytes left", what, count,
+        self:past_end(tree, string.format("%s: count %d cannot fit in the %d bytes left", what, count,
             self:remaining()))
         return false
     end
@@ -495,8 +505,8 @@ function Reader:string(tree, field, what, unit)
     -- Checked against the announced data before the captured bytes, so a
     -- length that no parcel could hold reads as malformed, not as cut.
     if 4 + bytes + unit > self:remaining() then
-        self:stop(tree, ef.malformed, string.format("%s: length %d runs past the end of the parcel (%d bytes left)",
-            what, length, self:remaining() - 4))
+        self:past_end(tree, string.format("%s: length %d runs past the end of the parcel (%d bytes left)", what,
+            length, self:remaining() - 4))
         return nil
     end
     if not self:need(tree, 4 + bytes + unit, what) then
@@ -610,21 +620,21 @@ local function read_item(r, tree, item, label)
         end
         for i = 1, count do
             local element_label = string.format("%s #%d", item.e[1].n, i)
+            local ok
             if #item.e == 1 then
-                if not read_item(r, sub, item.e[1], element_label) then
-                    return false
-                end
-            else
-                if not r:need(sub, 4, element_label) then
-                    return false
-                end
+                ok = read_item(r, sub, item.e[1], element_label)
+            elseif r:need(sub, 4, element_label) then
                 local start = r.pos
                 local element = sub:add(proto, r.tvb(start, 4), element_label)
-                local ok = read_layout(r, element, item.e, element_label)
+                ok = read_layout(r, element, item.e, element_label)
                 element:set_len(r.pos - start)
-                if not ok then
-                    return false
+            end
+            if not ok then
+                if r.cut then
+                    sub:append_text(string.format(" (%d of %d %s decoded: the frame is cut at the capture limit)",
+                        i - 1, count, what))
                 end
+                return false
             end
         end
         return true
@@ -803,9 +813,12 @@ local function dissect_reply(r, parcel, pinfo, header)
     local to_item = parcel:add(hf.reply_to, r.tvb(CALL_ID_OFFSET, 8), call.entry.name)
     to_item:set_generated()
     parcel:add(hf.request_frame, r.tvb(CALL_ID_OFFSET, 8), call.frame):set_generated()
-    -- A failed call may come back without the reply's layout.
-    if header.status ~= 0 and r.data_end == r.pos then
-        return string.format("reply %s %s", call.entry.name, status_name)
+    -- A failed call may come back without the reply's layout, or part of it.
+    if header.status ~= 0 then
+        if r.data_end == r.pos then
+            return string.format("reply %s %s", call.entry.name, status_name)
+        end
+        r.lenient = true
     end
     read_layout(r, parcel, call.entry.rep)
     finish(r, parcel)
