@@ -190,7 +190,8 @@ Syntavo::DeviceInfo Tv()
 
 std::string FindTshark()
 {
-    const char* path = std::getenv("PATH");
+    // Read on the test's main thread, before the service's threads start.
+    const char* path = std::getenv("PATH");  // NOLINT(concurrency-mt-unsafe)
     std::stringstream dirs(path != nullptr ? path : "/usr/bin:/bin");
     std::string dir;
     while (std::getline(dirs, dir, ':')) {
@@ -206,9 +207,10 @@ std::string FindTshark()
 // own so that no plugin or preference of the user's takes part.
 std::string Dissect(const std::string& tshark, const TempDir& dir, const std::string& capture)
 {
+    const std::string script = std::string(DD_SOURCE_DIR) + "/tools/wireshark/devicedetect.lua";
     Tavik::Test::RunResult result =
         Tavik::Test::Run({"/usr/bin/env", "HOME=" + dir.Path(), "XDG_CONFIG_HOME=" + dir.Path(), tshark, "-X",
-                          "lua_script:" DD_SOURCE_DIR "/tools/wireshark/devicedetect.lua", "-r", capture, "-V"});
+                          "lua_script:" + script, "-r", capture, "-V"});
     EXPECT_EQ(result.exitCode, 0) << result.err;
     return result.out + result.err;
 }
@@ -286,6 +288,10 @@ TEST_F(CaptureTest, WriterLaysOutGlobalHeaderAndRecords)
     EXPECT_FALSE(missing.Open(Path("no-such-dir/x.pcap")));
     EXPECT_NE(missing.Error().find("cannot create " + Path("no-such-dir/x.pcap") + ": No such file"), std::string::npos)
         << missing.Error();
+    PcapWriter full;
+    EXPECT_FALSE(full.Open("/dev/full"));
+    EXPECT_EQ(full.Error(), "cannot write to /dev/full: No space left on device");
+    EXPECT_FALSE(full.IsOpen());
 }
 
 // A short session: a device list and its reply, a listener registration with

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
+#include <string>
 
 namespace DeviceDetectCli {
 namespace {
@@ -38,6 +39,23 @@ void Put64(uint8_t* out, uint64_t value)
     for (int i = 0; i < 8; ++i) {
         out[i] = static_cast<uint8_t>(value >> (8 * i));
     }
+}
+
+// strerror_r comes as the XSI (int) or the GNU (char*) variant; these take
+// the text out of either. Unlike strerror, it is safe beside other threads.
+[[maybe_unused]] const char* ErrorText(int result, const char* buffer)
+{
+    return result == 0 ? buffer : "unknown error";
+}
+[[maybe_unused]] const char* ErrorText(const char* result, const char* /* buffer */)
+{
+    return result;
+}
+
+std::string ErrnoText(int error)
+{
+    char buffer[128] = {};
+    return ErrorText(strerror_r(error, buffer, sizeof(buffer)), buffer);
 }
 
 // Writes every byte of `parts`, resuming after short writes and signals.
@@ -76,7 +94,7 @@ PcapWriter::~PcapWriter()
 
 bool PcapWriter::Fail(const std::string& what, int error)
 {
-    error_ = what + " " + path_ + ": " + std::strerror(error);
+    error_ = what + " " + path_ + ": " + ErrnoText(error);
     return false;
 }
 
@@ -120,7 +138,7 @@ bool PcapWriter::Open(const std::string& path)
 }
 
 bool PcapWriter::Write(CaptureDirection direction, int32_t pid, uint64_t connectionId, uint64_t timeNs,
-                       std::initializer_list<Piece> frame)
+                       const Piece* pieces, size_t count)
 {
     if (!IsOpen()) {
         error_ = "no capture file is open";
@@ -135,13 +153,13 @@ bool PcapWriter::Write(CaptureDirection direction, int32_t pid, uint64_t connect
             "direction " + std::to_string(static_cast<unsigned>(direction)) + " is neither to nor from the service";
         return false;
     }
-    if (frame.size() > MAX_PIECES) {
+    if (count > MAX_PIECES) {
         error_ = "a frame comes in at most " + std::to_string(MAX_PIECES) + " pieces";
         return false;
     }
     size_t frameSize = 0;
-    for (const Piece& piece : frame) {
-        frameSize += piece.size;
+    for (size_t i = 0; i < count; ++i) {
+        frameSize += pieces[i].size;
     }
     if (frameSize > std::numeric_limits<uint32_t>::max() - CAPTURE_HEADER_SIZE) {
         error_ = "a frame of " + std::to_string(frameSize) + " bytes does not fit a pcap record";
@@ -165,19 +183,19 @@ bool PcapWriter::Write(CaptureDirection direction, int32_t pid, uint64_t connect
     Put64(capture + 16, timeNs);
 
     iovec parts[1 + MAX_PIECES];
-    int count = 0;
-    parts[count++] = {headers, sizeof(headers)};
+    int used = 0;
+    parts[used++] = {headers, sizeof(headers)};
     size_t room = capturedLength - CAPTURE_HEADER_SIZE;
-    for (const Piece& piece : frame) {
-        size_t take = std::min(room, piece.size);
+    for (size_t i = 0; i < count; ++i) {
+        size_t take = std::min(room, pieces[i].size);
         if (take == 0) {
             continue;
         }
         // writev does not write through the pointer; the cast only fits its type.
-        parts[count++] = {const_cast<uint8_t*>(piece.data), take};
+        parts[used++] = {const_cast<uint8_t*>(pieces[i].data), take};
         room -= take;
     }
-    int error = WriteAll(fd_, parts, count);
+    int error = WriteAll(fd_, parts, used);
     if (error != 0) {
         failed_ = true;
         return Fail("cannot write to", error);

@@ -60,7 +60,8 @@ public:
 
     // Creates (or truncates) `path` with mode 0600, since a capture holds
     // every identifier unmasked, and writes the global header. "-" writes to
-    // standard output, which Close leaves open. False, with Error() set,
+    // standard output, which Close leaves open (a reader that goes away then
+    // raises SIGPIPE, which the caller ignores or handles). False, with Error() set,
     // when the file cannot be created or the header written, or when the
     // writer is already open.
     bool Open(const std::string& path);
@@ -71,8 +72,13 @@ public:
     // frame too long for a pcap length, more than MAX_PIECES pieces, or a
     // failed write; after a failed
     // write every later call fails too, so no record follows a partial one.
+    bool Write(CaptureDirection direction, int32_t pid, uint64_t connectionId, uint64_t timeNs, const Piece* pieces,
+               size_t count);
     bool Write(CaptureDirection direction, int32_t pid, uint64_t connectionId, uint64_t timeNs,
-               std::initializer_list<Piece> frame);
+               std::initializer_list<Piece> frame)
+    {
+        return Write(direction, pid, connectionId, timeNs, frame.begin(), frame.size());
+    }
     bool Write(CaptureDirection direction, int32_t pid, uint64_t connectionId, uint64_t timeNs, const uint8_t* frame,
                size_t size)
     {
