@@ -61,9 +61,9 @@ public:
     // Creates (or truncates) `path` with mode 0600, since a capture holds
     // every identifier unmasked, and writes the global header. "-" writes to
     // standard output, which Close leaves open (a reader that goes away then
-    // raises SIGPIPE, which the caller ignores or handles). False, with Error() set,
-    // when the file cannot be created or the header written, or when the
-    // writer is already open.
+    // raises SIGPIPE, which the caller ignores or handles). False, with
+    // Error() set, when the file cannot be created or the header written, or
+    // when the writer is already open.
     bool Open(const std::string& path);
 
     // Appends one record; its bytes reach the file before this returns, so

@@ -12,8 +12,10 @@
 -- draw them byte by byte.
 --
 -- The tables below restate the request codes, interface tokens, record
--- layouts and status values of the C++ sources they name; the capture test
--- (test/tools) fails when a name here no longer matches them.
+-- layouts and status values of the C++ sources they name. The capture test
+-- (test/tools/capture_test.cpp) fails when a code or status name here no
+-- longer matches them, or when a layout no longer reads what the real proxy,
+-- service and callback senders write.
 --
 -- Every read is checked against the captured and the announced lengths
 -- first: a frame cut at the capture limit decodes as far as it goes and says
@@ -215,24 +217,21 @@ local function REC(name, record) return { t = "record", n = name, r = record } e
 local function LIST(name, element) return { t = "list", n = name, e = element } end
 local function STATUS(name) return I32(name or "status", STATUS_NAMES) end
 
--- interfaces/innerkits/src/*.cpp, each record's Marshalling.
+-- interfaces/innerkits/src/*.cpp, each record's Marshalling: the records that
+-- requests, replies and callbacks carry (LocalInfo, PickerResult and
+-- ServicePublishInfo travel in none of them).
 local RECORDS = {
     DeviceInfo = { STR("udid"), STR("networkId"), STR("deviceName"), U32("deviceType", DEVICE_TYPE_NAMES) },
     DeviceServiceInfo = { STR("deviceName"), U32("deviceType", DEVICE_TYPE_NAMES), STR("deviceHashId"),
         STR("deviceId"), STRVEC("serviceRuleList"), STR("networkId"), STR("brMac"), STR("extraInfo") },
-    LocalInfo = { STR("localAbilityName"), STR("localBundleName"), STR("localDeviceId"), STR("localModuleName"),
-        U32("localDeviceType", DEVICE_TYPE_NAMES) },
     AbilityFilter = { STR("bundleName"), STR("abilityType"), STR("abilityDescription"),
         U32("deviceType", DEVICE_TYPE_NAMES), U32("accountType"), STR("action") },
     DeviceFilter = { U32VEC("deviceTypes", DEVICE_TYPE_NAMES), U32VEC("accountTypes") },
-    PickerResult = { REC("abilityFilter", "AbilityFilter"), REC("deviceInfo", "DeviceInfo"),
-        REC("localInfo", "LocalInfo") },
     ServiceFilter = { STR("serviceName"), STRVEC("deviceType") },
     DeviceConfigInfo = { STR("modelId"), STR("originJson"), STR("deviceName"), U32("deviceType", DEVICE_TYPE_NAMES),
         U32("supportFoldScreen") },
     DeviceDynamicInfo = { STR("key"), STR("value") },
     RequestResultInfo = { U32("eventCode", PUBLISH_EVENT_NAMES), U32("resultCode") },
-    ServicePublishInfo = { U32("publishId"), U32("serviceCode"), U32("publishMode") },
 }
 
 local DEVICE_LIST = { LIST("devices", { REC("device", "DeviceInfo") }) }
