@@ -3,6 +3,8 @@
 // the service's log.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -21,6 +23,7 @@
 #include "message_parcel.h"
 #include "sim_status.h"
 #include "socket_transport.h"
+#include "transport_limits.h"
 
 namespace DeviceDetectIntegration {
 namespace {
@@ -186,6 +189,20 @@ TEST_F(FanOutTest, APeersBytesStayOnOneEscapedLogLine)
     for (int i = 0; i < BULK; ++i) {
         ASSERT_EQ(send(u"bulk"), Sim::SIM_ERR_WRONG_TOKEN);
     }
+    // Malformed frames, each ending its own connection: the transport logs
+    // the first few of this pid's and counts the rest.
+    constexpr int MALFORMED = 20;
+    for (int i = 0; i < MALFORMED; ++i) {
+        int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::string path = GetSystemAbilitySocketPath(SYNTAVO_DEVICE_DETECT_SA_ID);
+        path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+        ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        const std::string garbage(64, '\xff');
+        ASSERT_EQ(write(fd, garbage.data(), garbage.size()), static_cast<ssize_t>(garbage.size()));
+        close(fd);
+    }
     // Past the limiter's window (2 s), the next line brings the summary.
     std::this_thread::sleep_for(std::chrono::milliseconds(2500));
     ASSERT_EQ(send(u"last"), Sim::SIM_ERR_WRONG_TOKEN);
@@ -197,7 +214,9 @@ TEST_F(FanOutTest, APeersBytesStayOnOneEscapedLogLine)
     size_t tokenLines = 0;
     size_t suppressed = 0;
     size_t forgedLines = 0;
+    size_t malformedLines = 0;
     for (const std::string& line : Lines(output)) {
+        malformedLines += line.find("malformed frame from") != std::string::npos ? 1 : 0;
         tokenLines += line.find("wrong interface token") != std::string::npos ? 1 : 0;
         forgedLines +=
             line.find(R"(wrong interface token "evil\nERROR 0xD004630/SYNTDeviceDetectSim: forged\x1b[2J")") !=
@@ -206,12 +225,13 @@ TEST_F(FanOutTest, APeersBytesStayOnOneEscapedLogLine)
                 : 0;
         EXPECT_NE(line.rfind("ERROR 0xD004630/SYNTDeviceDetectSim: forged", 0), 0u) << "a forged line: " << line;
         size_t at = line.find("suppressed ");
-        if (at != std::string::npos) {
+        if (at != std::string::npos && line.find("(connection ") != std::string::npos) {
             EXPECT_NE(line.find("caused by pid " + std::to_string(getpid())), std::string::npos) << line;
             suppressed += std::stoul(line.substr(at + 11));
         }
     }
     EXPECT_EQ(forgedLines, 1u) << output;
+    EXPECT_EQ(malformedLines, Transport::LOG_BURST) << output;
     EXPECT_GT(suppressed, 0u) << output;
     EXPECT_EQ(tokenLines + suppressed, size_t{BULK + 2}) << "every bad request is a line or counted: " << output;
 }

@@ -14,6 +14,7 @@
 #include <new>
 
 #include "ipc_status.h"
+#include "log_rate_limiter.h"
 #include "message_option.h"
 #include "message_parcel.h"
 #include "transport/calling_scope.h"
@@ -100,6 +101,25 @@ void CountRefused()
     History& history = GetHistory();
     std::lock_guard<std::mutex> lock(history.mutex);
     ++history.counters.refused;
+}
+
+bool AllowPeerLine(int32_t pid)
+{
+    // This process's own connections are no stranger's flood.
+    if (pid == getpid()) {
+        return true;
+    }
+    // Immortal: IPC threads may still log while static destructors run.
+    static auto* limiter = new LogRateLimiter(LogRateLimiter::Options{
+        std::chrono::seconds(LOG_WINDOW_SECONDS), static_cast<uint32_t>(LOG_BURST), 1024});
+    std::vector<LogRateLimiter::Summary> due;
+    bool allowed = limiter->Allow(static_cast<uint32_t>(pid), pid, due);
+    for (const LogRateLimiter::Summary& summary : due) {
+        TRANSPORT_LOGW("suppressed %{public}llu lines caused by pid %{public}lld in %{public}d s",
+                       static_cast<unsigned long long>(summary.suppressed), static_cast<long long>(summary.note),
+                       LOG_WINDOW_SECONDS);
+    }
+    return allowed;
 }
 
 // A caller of Transact (on its stack, `onDone` empty) or of TransactAsync
@@ -615,7 +635,10 @@ void Connection::Lead(ReadState& state, Clock::time_point deadline)
     for (;;) {
         FrameError error = ProcessBuffered(state);
         if (error != FrameError::NONE) {
-            TRANSPORT_LOGW("malformed frame from %{public}s: %{public}s", name_.c_str(), FrameErrorToString(error));
+            if (AllowPeerLine(peer_.pid)) {
+                TRANSPORT_LOGW("malformed frame from %{public}s: %{public}s", name_.c_str(),
+                               FrameErrorToString(error));
+            }
             CountMalformed(error);
             closeReason = FrameErrorToString(error);
             break;

@@ -234,6 +234,13 @@ TransportStats GetTransportStats();
 void CountAccepted();
 void CountRefused();
 
+// Whether one more line a peer caused (a refused connection, a malformed
+// frame) may be logged: each pid gets LOG_BURST lines per LOG_WINDOW_SECONDS,
+// since a peer can repeat either as fast as it can connect; this process's
+// own connections are not limited. Logs the due summaries of suppressed
+// lines first.
+bool AllowPeerLine(int32_t pid);
+
 }  // namespace Transport
 }  // namespace Tavik
 

@@ -85,15 +85,21 @@ private:
     {
         Transport::PeerCredentials peer;
         if (!Transport::GetPeerCredentials(fd, peer)) {
-            TRANSPORT_LOGW("no credentials for a peer of sa %{public}d: %{public}s", systemAbilityId_,
-                           std::strerror(errno));
+            // Without credentials there is no pid to key the line by: such
+            // peers share the lines of key 0.
+            if (Transport::AllowPeerLine(0)) {
+                TRANSPORT_LOGW("no credentials for a peer of sa %{public}d: %{public}s", systemAbilityId_,
+                               std::strerror(errno));
+            }
             Transport::CountRefused();
             close(fd);
             return;
         }
         if (!Transport::IsTrustedPeer(peer.uid)) {
-            TRANSPORT_LOGW("refused pid %{public}d uid %{public}u on sa %{public}d", static_cast<int>(peer.pid),
-                           static_cast<unsigned>(peer.uid), systemAbilityId_);
+            if (Transport::AllowPeerLine(peer.pid)) {
+                TRANSPORT_LOGW("refused pid %{public}d uid %{public}u on sa %{public}d", static_cast<int>(peer.pid),
+                               static_cast<unsigned>(peer.uid), systemAbilityId_);
+            }
             Transport::CountRefused();
             close(fd);
             return;
