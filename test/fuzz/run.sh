@@ -6,6 +6,8 @@
 #                                documented long run (hours: see
 #                                docs/reliability.md)
 #   test/fuzz/run.sh 0           only replays the committed seeds
+#   FUZZ_TARGETS="frame_fuzzer" test/fuzz/run.sh 1800
+#                                only the named targets
 #
 # The working corpus grows in build/fuzz/corpus/<target> (the committed seeds
 # in test/fuzz/corpus/<target> are read, never written); findings land in
@@ -21,14 +23,14 @@ set -u
 LONG_RUNS=10000000
 SLOW_MS=100
 MAX_LEN=51200
-TARGETS=(parcel_fuzzer record_fuzzer reply_fuzzer stub_fuzzer frame_fuzzer)
+read -r -a TARGETS <<<"${FUZZ_TARGETS:-parcel_fuzzer record_fuzzer reply_fuzzer stub_fuzzer frame_fuzzer}"
 
 seconds=30
 long=0
 case "${1:-}" in
     --long) long=1 ;;
     -h | --help)
-        sed -n '2,18p' "$0"
+        sed -n '2,20p' "$0"
         exit 0
         ;;
     "") ;;
