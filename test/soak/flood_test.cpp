@@ -6,6 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -80,8 +81,15 @@ bool ReadReply(int fd)
     if (recv(fd, header, sizeof(header), MSG_WAITALL) != static_cast<ssize_t>(sizeof(header))) {
         return false;
     }
-    std::vector<uint8_t> body(header[0]);
-    return body.empty() || recv(fd, body.data(), body.size(), MSG_WAITALL) == static_cast<ssize_t>(body.size());
+    char chunk[4096];
+    for (size_t left = header[0]; left > 0;) {
+        ssize_t got = recv(fd, chunk, std::min(left, sizeof(chunk)), 0);
+        if (got <= 0) {
+            return false;
+        }
+        left -= static_cast<size_t>(got);
+    }
+    return true;
 }
 
 using FloodTest = DaemonTest;
