@@ -635,12 +635,23 @@ void Connection::Lead(ReadState& state, Clock::time_point deadline)
     for (;;) {
         FrameError error = ProcessBuffered(state);
         if (error != FrameError::NONE) {
-            if (AllowPeerLine(peer_.pid)) {
-                TRANSPORT_LOGW("malformed frame from %{public}s: %{public}s", name_.c_str(),
-                               FrameErrorToString(error));
+            // A close on another thread (the peer hung up while we wrote to
+            // it, DisconnectPeer, a limit) empties the object tables under
+            // the frames still buffered: then their targets are gone, and
+            // the frames are not to blame.
+            bool closedMeanwhile;
+            {
+                std::lock_guard<std::mutex> lock(mu_);
+                closedMeanwhile = closed_;
             }
-            CountMalformed(error);
-            closeReason = FrameErrorToString(error);
+            if (!closedMeanwhile) {
+                if (AllowPeerLine(peer_.pid)) {
+                    TRANSPORT_LOGW("malformed frame from %{public}s: %{public}s", name_.c_str(),
+                                   FrameErrorToString(error));
+                }
+                CountMalformed(error);
+                closeReason = FrameErrorToString(error);
+            }
             break;
         }
         if (state.selfDone || state.HasOwnWork() || state.paused) {
