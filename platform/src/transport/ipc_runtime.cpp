@@ -6,7 +6,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <cstdlib>
 #include <cstring>
+#include <thread>
 
 #include "transport/transport_log.h"
 
@@ -16,6 +19,19 @@ namespace Transport {
 namespace {
 
 constexpr uint64_t TASK_KEY = ~static_cast<uint64_t>(0);
+
+// How long exit waits for handlers and tasks already running. A handler that
+// takes longer is left running; the process ends around it.
+constexpr auto EXIT_DRAIN_LIMIT = std::chrono::seconds(1);
+
+// Whether this thread is running a handler or a task of the runtime; exit
+// called from inside one must not wait for itself.
+thread_local bool t_working = false;
+
+void QuiesceAtExit()
+{
+    IpcRuntime::Get().Quiesce();
+}
 
 }  // namespace
 
@@ -43,6 +59,39 @@ IpcRuntime::IpcRuntime()
     if (epoll_ctl(epollFd_, EPOLL_CTL_ADD, taskFd_, &event) != 0) {
         TRANSPORT_LOGE("epoll_ctl for tasks failed: %{public}s", std::strerror(errno));
     }
+    // The runtime comes into being after the libraries above it have set up
+    // their static objects, so this runs before any of them is destroyed: a
+    // death notification must not empty a cache that exit is destroying.
+    std::atexit(QuiesceAtExit);
+}
+
+void IpcRuntime::Quiesce()
+{
+    exiting_.store(true);
+    const size_t own = t_working ? 1 : 0;
+    const auto deadline = std::chrono::steady_clock::now() + EXIT_DRAIN_LIMIT;
+    while (working_.load() > own && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+bool IpcRuntime::BeginWork()
+{
+    // Counted before the flag is read, and the flag is set before the count is
+    // read: either exit sees this thread working, or this thread sees exit.
+    working_.fetch_add(1);
+    if (exiting_.load()) {
+        working_.fetch_sub(1);
+        return false;
+    }
+    t_working = true;
+    return true;
+}
+
+void IpcRuntime::EndWork()
+{
+    t_working = false;
+    working_.fetch_sub(1);
 }
 
 uint64_t IpcRuntime::ReserveKey()
@@ -182,8 +231,16 @@ void IpcRuntime::Loop()
         // epoll_event is packed: copy the key out rather than bind a
         // reference to a misaligned field.
         const uint64_t key = event.data.u64;
+        if (!BeginWork()) {
+            // The process is exiting: take no more work, and never return,
+            // so that nothing of this thread touches what exit destroys.
+            for (;;) {
+                pause();
+            }
+        }
         if (key == TASK_KEY) {
             RunOneTask();
+            EndWork();
             continue;
         }
         std::shared_ptr<Pollable> pollable;
@@ -197,6 +254,8 @@ void IpcRuntime::Loop()
         if (pollable != nullptr) {
             pollable->OnReady(event.events);
         }
+        pollable.reset();
+        EndWork();
     }
 }
 

@@ -10,7 +10,9 @@
 // left waiting starts one more thread, up to MAX_IPC_THREADS.
 //
 // The runtime is created on first use and never destroyed; its threads are
-// detached and end with the process.
+// detached and end with the process. Once exit begins they take no more
+// work, and exit waits (a second at most) for the handlers and tasks already
+// running, so that none of them runs while static objects are destroyed.
 #ifndef TAVIK_PLATFORM_TRANSPORT_IPC_RUNTIME_H
 #define TAVIK_PLATFORM_TRANSPORT_IPC_RUNTIME_H
 
@@ -65,6 +67,10 @@ public:
     std::vector<std::shared_ptr<Pollable>> Snapshot();
     size_t ThreadCount() const { return threads_.load(); }
 
+    // Stops the threads taking work and waits, bounded, for the work in
+    // progress. Runs at exit.
+    void Quiesce();
+
     IpcRuntime(const IpcRuntime&) = delete;
     IpcRuntime& operator=(const IpcRuntime&) = delete;
 
@@ -76,11 +82,16 @@ private:
     void Loop();
     void RunOneTask();
     bool StartThread();
+    // False once the process is exiting; the thread must then stop.
+    bool BeginWork();
+    void EndWork();
 
     int epollFd_ = -1;
     int taskFd_ = -1;
     std::atomic<size_t> threads_{0};
     std::atomic<size_t> idle_{0};
+    std::atomic<bool> exiting_{false};
+    std::atomic<size_t> working_{0};
 
     std::atomic<uint64_t> nextKey_{1};
     std::mutex mutex_;

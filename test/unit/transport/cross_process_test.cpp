@@ -254,6 +254,13 @@ TEST_F(CrossProcessTest, AsyncCallsHoldNoThreadAndEndWithTheAnswerOrTheConnectio
     EXPECT_EQ(outcomeCount(), 2u) << "a call on a closed connection ends at once";
 }
 
+TEST_F(CrossProcessTest, ExitWaitsForTheTaskInProgress)
+{
+    HelperProcess exiting;
+    ASSERT_TRUE(exiting.Start("exit-while-working", id_));
+    EXPECT_EQ(exiting.Wait(), 7) << "exit destroyed the process's objects under a running task";
+}
+
 TEST_F(CrossProcessTest, OneWayCallsAreNotAwaitedAndRunInOrder)
 {
     sptr<IRemoteObject> remote = StartServer();

@@ -6,12 +6,15 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <string>
 #include <thread>
 
 #include "ipc_status.h"
 #include "socket_transport.h"
+#include "transport/ipc_runtime.h"
 #include "transport_test_util.h"
 
 namespace Tavik {
@@ -72,6 +75,23 @@ void ReportReady()
     }
 }
 
+// Exits while a task runs on an IPC thread. The task ends the process with
+// 7; exit code 0 means exit did not wait for it.
+[[noreturn]] void ExitWhileWorking()
+{
+    static std::atomic<bool> started{false};
+    Transport::IpcRuntime::Get().Post([] {
+        started = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        _exit(7);
+    });
+    while (!started) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ReportReady();
+    std::exit(0);
+}
+
 int RunHelperRole()
 {
     const char* role = std::getenv("TAVIK_TRANSPORT_TEST_HELPER");
@@ -88,6 +108,9 @@ int RunHelperRole()
     }
     if (name == "hold-and-wait") {
         HoldAndWait(systemAbilityId);
+    }
+    if (name == "exit-while-working") {
+        ExitWhileWorking();
     }
     if (name == "connect-as-nobody") {
         ConnectAsNobody(systemAbilityId);
