@@ -21,7 +21,7 @@ namespace Sim {
 struct ControlResult {
     int32_t status = 0;
     std::string detail;
-    // GET_WORLD and GET_REGISTRATIONS only.
+    // GET_WORLD, GET_REGISTRATIONS and DUMP only.
     std::string json;
 };
 
@@ -43,6 +43,8 @@ public:
     ControlResult GetRegistrations();
     // Plays the next step of the scenario the service runs in step mode.
     ControlResult Step();
+    // The service's state (docs/dump.md).
+    ControlResult Dump();
 
 private:
     sptr<IRemoteObject> service_;

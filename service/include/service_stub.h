@@ -49,6 +49,8 @@ public:
     void Stop();
 
 private:
+    // The request's handler by code; OnRemoteRequest times it.
+    int32_t Dispatch(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option);
     int32_t GetTrustedDeviceList(MessageParcel& data, MessageParcel& reply);
     int32_t GetTrustedDeviceListWithAbilityFilter(MessageParcel& data, MessageParcel& reply);
     int32_t GetTrustedDeviceListWithServiceFilter(MessageParcel& data, MessageParcel& reply);

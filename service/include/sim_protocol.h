@@ -17,7 +17,7 @@ namespace Sim {
 constexpr const char16_t* CONTROL_DESCRIPTOR = u"Tavik.Syntavo.IDeviceDetectControl";
 
 // Control request codes. Every reply starts with int32 status and a string
-// detail (a human-readable sentence); GET_WORLD and GET_REGISTRATIONS add one
+// detail (a human-readable sentence); GET_WORLD, GET_REGISTRATIONS and DUMP add one
 // JSON string. Request layouts, after the token:
 enum class ControlCode : uint32_t {
     SET_DEVICE_STATE = 1,       // string deviceId, int32 DeviceState
@@ -33,6 +33,7 @@ enum class ControlCode : uint32_t {
     LOAD_WORLD = 11,            // string world JSON; replaces devices, keeps registrations
     GET_REGISTRATIONS = 12,     // nothing; reply adds the registrations as JSON
     STEP = 13,                  // nothing; plays the next step of a scenario in step mode
+    DUMP = 14,                  // nothing; reply adds the service's state as JSON (docs/dump.md)
 };
 
 constexpr uint32_t ToCode(ControlCode code)

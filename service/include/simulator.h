@@ -35,6 +35,7 @@
 #include "callback_dispatcher.h"
 #include "iremote_object.h"
 #include "refbase.h"
+#include "request_stats.h"
 #include "world.h"
 
 namespace Tavik {
@@ -60,6 +61,22 @@ struct RegistrationCounts {
     size_t keyMouseCallbacks = 0;
     // Remote objects with a death recipient attached.
     size_t watchedClients = 0;
+};
+
+// One registration and the connection of the client that made it (0 for a
+// client in the service's own process), for `devicedetect dump`.
+struct ClientRegistration {
+    uint64_t connectionId = 0;
+    // "abilityListener", "serviceFilterListener", "serviceChanged",
+    // "detectSession", "deliver", "dialog", "serviceRequest", "keyMouse".
+    std::string kind;
+    // Listener id, deliver code or caller key; -1 when the kind has none.
+    int64_t id = -1;
+    // Package name (service requests) or caller id (key-mouse).
+    std::string key;
+    // The listener's filter, field by field ("bundleName", "deviceType",
+    // ...), as text; empty for kinds without a filter.
+    std::vector<std::pair<std::string, std::string>> filter;
 };
 
 // A device with the abilities of it that passed an ability-filter query.
@@ -174,8 +191,14 @@ public:
     // How long a world change waits for clients that keep up
     // (DEFAULT_CALLBACK_WAIT unless set).
     void SetCallbackWait(std::chrono::milliseconds wait);
+    std::chrono::milliseconds CallbackWait() const;
     // Each client's callback queue and counters, by connection id.
     std::vector<CallbackClient> CallbackClients() const;
+    std::vector<ClientRegistration> RegistrationsByClient() const;
+    // What the service's requests cost; the service stub records them.
+    RequestStats& Requests() { return requests_; }
+    const RequestStats& Requests() const { return requests_; }
+    std::chrono::steady_clock::time_point Started() const { return started_; }
 
 private:
     struct Listener;
@@ -219,6 +242,8 @@ private:
     World& ChangeWorldLocked();
 
     const std::shared_ptr<CallbackDispatcher> dispatcher_;
+    const std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
+    RequestStats requests_;
     mutable std::mutex mutex_;
     World world_;
     std::atomic<uint64_t> worldVersion_{0};

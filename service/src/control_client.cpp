@@ -119,6 +119,12 @@ ControlResult ControlClient::GetRegistrations()
         service_, ControlCode::GET_REGISTRATIONS, [](MessageParcel&) { return true; }, true);
 }
 
+ControlResult ControlClient::Dump()
+{
+    return Call(
+        service_, ControlCode::DUMP, [](MessageParcel&) { return true; }, true);
+}
+
 ControlResult ControlClient::Step()
 {
     return Call(service_, ControlCode::STEP, [](MessageParcel&) { return true; });

@@ -2,6 +2,7 @@
 
 #include "peer_identity.h"
 #include "peer_log.h"
+#include "service_dump.h"
 #include "sim_log.h"
 #include "sim_protocol.h"
 #include "sim_status.h"
@@ -160,6 +161,11 @@ int32_t DeviceDetectControlStub::OnRemoteRequest(uint32_t code, MessageParcel& d
         case ControlCode::STEP: {
             int32_t status = simulator_->Step(detail);
             return Reply(reply, status, detail);
+        }
+        case ControlCode::DUMP: {
+            std::string text = ServiceDumpJson(*simulator_);
+            int32_t result = Reply(reply, SIM_OK, "dump");
+            return result == SIM_OK && reply.WriteString(text) ? SIM_OK : SIM_ERR_REPLY_WRITE_FAILED;
         }
     }
     SIM_PEER_LOG(GetCallingIdentity(), SIM_LOGE, "unknown control code %{public}u", code);

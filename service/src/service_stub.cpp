@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstdlib>
 
@@ -54,10 +55,15 @@ int32_t WriteDeviceList(MessageParcel& reply, const DeviceList& devices)
     return SIM_OK;
 }
 
+// The status a request's handler put into its reply, for the statistics;
+// the request's thread runs the handler, so it is the thread's own.
+thread_local int32_t t_replyStatus = SIM_OK;
+
 // Requests whose reply carries a status: the status is the reply, and the
 // call itself succeeds.
 int32_t ReplyStatus(MessageParcel& reply, int32_t status)
 {
+    t_replyStatus = status;
     return reply.WriteInt32(status) ? SIM_OK : SIM_ERR_REPLY_WRITE_FAILED;
 }
 
@@ -137,6 +143,17 @@ int32_t DeviceDetectServiceStub::OnRemoteRequest(uint32_t code, MessageParcel& d
     }
     const char* name = DeviceDetectRequestCodeToString(code);
     SIM_LOGD("request %{public}u %{public}s", code, name != nullptr ? name : "(unknown)");
+    const auto began = std::chrono::steady_clock::now();
+    t_replyStatus = SIM_OK;
+    int32_t result = Dispatch(code, data, reply, option);
+    simulator_->Requests().Record(code, result != SIM_OK ? result : t_replyStatus,
+                                  std::chrono::steady_clock::now() - began);
+    return result;
+}
+
+int32_t DeviceDetectServiceStub::Dispatch(uint32_t code, MessageParcel& data, MessageParcel& reply,
+                                          MessageOption& option)
+{
     using Code = DeviceDetectRequestCode;
     switch (static_cast<Code>(code)) {
         case Code::GET_TRUSTED_DEVICE_LIST:
@@ -283,6 +300,7 @@ int32_t DeviceDetectServiceStub::RegisterListener(bool byServiceFilter, MessageP
         result = byServiceFilter ? simulator_->AddServiceFilterListener(serviceFilter, extra, callback)
                                  : simulator_->AddAbilityListener(abilityFilter, extra, callback);
     }
+    t_replyStatus = result.first;
     if (!reply.WriteInt32(result.first) || !reply.WriteUint32(result.second)) {
         return SIM_ERR_REPLY_WRITE_FAILED;
     }

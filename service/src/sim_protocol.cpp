@@ -33,6 +33,8 @@ const char* ControlCodeToString(uint32_t code)
             return "GET_REGISTRATIONS";
         case ControlCode::STEP:
             return "STEP";
+        case ControlCode::DUMP:
+            return "DUMP";
     }
     return nullptr;
 }

@@ -307,6 +307,11 @@ void Simulator::OnClientOverflow(const PeerIdentity& client, size_t queued)
     DropConnection(client.connectionId);
 }
 
+std::chrono::milliseconds Simulator::CallbackWait() const
+{
+    return dispatcher_->GetWait();
+}
+
 void Simulator::SetCallbackWait(std::chrono::milliseconds wait)
 {
     dispatcher_->SetWait(wait);
@@ -488,6 +493,72 @@ int32_t Simulator::Step(std::string& detail)
         return SIM_ERR_NO_SCENARIO;
     }
     return handler(detail);
+}
+
+namespace {
+
+// A listener's filter, field by field, as dump and registrations show it.
+std::vector<std::pair<std::string, std::string>> ListenerFilter(bool byServiceFilter, const AbilityFilter* ability,
+                                                                const ServiceFilter* service)
+{
+    if (byServiceFilter && service != nullptr) {
+        std::string types;
+        for (const std::string& type : service->GetDeviceType()) {
+            types += (types.empty() ? "" : ",") + type;
+        }
+        return {{"serviceName", service->GetServiceName()}, {"deviceTypes", types}};
+    }
+    if (ability == nullptr) {
+        return {};
+    }
+    return {{"bundleName", ability->GetBundleName()},
+            {"abilityType", ability->GetAbilityType()},
+            {"deviceType", std::to_string(ability->GetDeviceType())},
+            {"accountType", std::to_string(ability->GetAccountType())}};
+}
+
+}  // namespace
+
+std::vector<ClientRegistration> Simulator::RegistrationsByClient() const
+{
+    std::vector<ClientRegistration> result;
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto add = [&](const sptr<IRemoteObject>& object, const char* kind, int64_t id, const std::string& key) {
+        ClientRegistration entry;
+        auto watch = watches_.find(object.GetRefPtr());
+        entry.connectionId = watch != watches_.end() ? watch->second.connectionId : 0;
+        entry.kind = kind;
+        entry.id = id;
+        entry.key = key;
+        result.push_back(std::move(entry));
+        return &result.back();
+    };
+    for (const Listener& listener : listeners_) {
+        ClientRegistration* entry = add(
+            listener.callback, listener.byServiceFilter ? "serviceFilterListener" : "abilityListener", listener.id, "");
+        entry->filter = ListenerFilter(listener.byServiceFilter, listener.abilityFilter.GetRefPtr(),
+                                       listener.serviceFilter.GetRefPtr());
+        entry->filter.emplace_back("extra", listener.extra);
+    }
+    for (const CallbackEntry& entry : serviceChanged_) {
+        add(entry.callback, "serviceChanged", entry.key, "");
+    }
+    for (const DetectSession& session : detectSessions_) {
+        add(session.callback, "detectSession", -1, "");
+    }
+    for (const CallbackEntry& entry : deliver_) {
+        add(entry.callback, "deliver", entry.key, "");
+    }
+    for (const CallbackEntry& entry : dialog_) {
+        add(entry.callback, "dialog", -1, "");
+    }
+    for (const auto& entry : serviceRequests_) {
+        add(entry.second, "serviceRequest", -1, entry.first);
+    }
+    for (const auto& entry : keyMouse_) {
+        add(entry.second, "keyMouse", -1, entry.first);
+    }
+    return result;
 }
 
 std::string Simulator::RegistrationsJson() const

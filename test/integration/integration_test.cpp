@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <map>
 
 #include <nlohmann/json.hpp>
 
@@ -12,6 +13,7 @@
 #include "daemon_fixture.h"
 #include "device_detect_proxy.h"
 #include "recording_callbacks.h"
+#include "service_filter.h"
 #include "sim_status.h"
 #include "socket_transport.h"
 
@@ -184,6 +186,76 @@ TEST_F(IntegrationTest, CliAgainstTheDaemon)
     EXPECT_EQ(unreachable.exitCode, 3);
     EXPECT_NE(unreachable.err.find(empty.Path() + "/sa-70635.sock"), std::string::npos) << unreachable.err;
     EXPECT_NE(unreachable.err.find("devicedetectd"), std::string::npos);
+}
+
+TEST_F(IntegrationTest, DumpShowsEachClientItsRegistrationsAndItsRequests)
+{
+    Tavik::Test::ChildSpec watch({DEVICEDETECT_PATH, "--runtime-dir", RuntimeDir(), "watch", "--timeout", "60"});
+    watch.outFile = watch.errFile = "/dev/null";
+    ChildProcess watcher;
+    ASSERT_TRUE(watcher.Start(watch));
+    ASSERT_TRUE(WaitUntil([this] { return Registrations()["serviceChangedCallbacks"] == 1; }));
+
+    sptr<DeviceDetectProxy> proxy = DeviceDetectProxy::GetInstance();
+    ASSERT_NE(proxy, nullptr);
+    auto filter = sptr<AbilityFilter>::MakeSptr();
+    filter->SetDeviceType(156);  // the TV's type
+    auto recorder = sptr<Tavik::Test::DeviceChangedRecorder>::MakeSptr();
+    std::pair<int32_t, uint32_t> ours = proxy->RegisterDevChangedCallback(filter, "dump-test", recorder);
+    ASSERT_EQ(ours.first, 0);
+    std::vector<DeviceInfo> devices;
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(proxy->GetTrustedDeviceList("", devices), 0);
+    }
+    ASSERT_EQ(Control().SetDeviceState("udid-tv-0001", Sim::DeviceState::OFFLINE).status, Sim::SIM_OK);
+    EXPECT_EQ(Cli({"unrequest-service", "ghost.package"}).exitCode, 1);
+
+    RunResult run = Cli({"dump", "--json"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    nlohmann::json dump = nlohmann::json::parse(run.out);
+    EXPECT_EQ(dump["service"]["pid"], daemon_->Pid());
+    EXPECT_EQ(dump["service"]["online"], 4);
+    auto client = [&dump](pid_t pid) {
+        for (const nlohmann::json& entry : dump["clients"]) {
+            if (entry["pid"] == pid) {
+                return entry;
+            }
+        }
+        return nlohmann::json();
+    };
+    nlohmann::json mine = client(getpid());
+    ASSERT_FALSE(mine.is_null()) << run.out;
+    EXPECT_EQ(mine["uid"], getuid());
+    EXPECT_EQ(mine["registrations"],
+              nlohmann::json::parse(R"([{"kind": "abilityListener", "id": )" + std::to_string(ours.second) +
+                                    R"(, "filter": {"bundleName": "", "abilityType": "", "deviceType": "156",
+                                        "accountType": "0", "extra": "dump-test"}}])"));
+    EXPECT_EQ(mine["callbacks"]["sent"], 1) << "the TV went offline";
+    nlohmann::json theirs = client(watcher.Pid());
+    ASSERT_FALSE(theirs.is_null()) << run.out;
+    EXPECT_EQ(theirs["program"], "devicedetect");
+    EXPECT_EQ(theirs["registrations"].size(), 2u);
+    EXPECT_EQ(theirs["registrations"][0]["kind"], "abilityListener");
+    EXPECT_EQ(theirs["callbacks"]["sent"], 2) << "offline to its listener and a service change";
+
+    std::map<std::string, nlohmann::json> requests;
+    for (const nlohmann::json& entry : dump["requests"]) {
+        requests[entry["name"]] = entry;
+    }
+    EXPECT_EQ(requests["GET_TRUSTED_DEVICE_LIST"]["calls"], 3);
+    EXPECT_EQ(requests["GET_TRUSTED_DEVICE_LIST"]["failures"], nlohmann::json::object());
+    EXPECT_LE(requests["GET_TRUSTED_DEVICE_LIST"]["p50Us"], requests["GET_TRUSTED_DEVICE_LIST"]["maxUs"]);
+    EXPECT_EQ(requests["UN_REQUEST_SERVICE"]["failures"], nlohmann::json::parse(R"({"SIM_ERR_NOT_REGISTERED": 1})"));
+    EXPECT_GE(dump["transport"]["accepted"], 4);
+    ASSERT_FALSE(dump["recentlyClosed"].empty()) << "the unrequest-service command's connection";
+    EXPECT_EQ(dump["recentlyClosed"].back()["reason"], "peer closed the connection");
+
+    RunResult human = Cli({"dump"});
+    ASSERT_EQ(human.exitCode, 0) << human.err;
+    for (const char* section : {"Service\n", "\nClients (3)\n", "\nRegistrations\n", "\nRequests\n", "\nTransport\n",
+                                "\nLimits\n", "deviceType=\"156\""}) {
+        EXPECT_NE(human.out.find(section), std::string::npos) << section << " in\n" << human.out;
+    }
 }
 
 }  // namespace

@@ -96,6 +96,7 @@ void AddSimCommands(CLI::App& app, Context& ctx);
 // `sim play` and `sim step`, under the `sim` command.
 void AddScenarioCommands(CLI::App& sim, Context& ctx);
 void AddDemoCommand(CLI::App& app, Context& ctx);
+void AddDumpCommand(CLI::App& app, Context& ctx);
 
 }  // namespace DeviceDetectCli
 

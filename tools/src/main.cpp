@@ -20,6 +20,7 @@ int main(int argc, char** argv)
     AddQueryCommands(app, ctx);
     AddWatchCommand(app, ctx);
     AddSimCommands(app, ctx);
+    AddDumpCommand(app, ctx);
     AddDemoCommand(app, ctx);
     try {
         app.parse(argc, argv);
