@@ -480,6 +480,7 @@ TEST_F(CaptureTest, EveryRequestControlAndCallbackOfARealSessionDecodesCleanly)
         control.LoadWorld(control.GetWorld().json);
         control.GetRegistrations();
         control.Step();
+        control.Dump();
         EXPECT_TRUE(Tavik::Test::WaitUntil([&] {
             std::string lines;
             for (const std::string& line : journal->Lines()) {
@@ -509,7 +510,7 @@ TEST_F(CaptureTest, EveryRequestControlAndCallbackOfARealSessionDecodesCleanly)
             expected.push_back(std::string("reply to: ") + name);
         }
     }
-    EXPECT_EQ(expected.size(), 2 * (25U + 13U));
+    EXPECT_EQ(expected.size(), 2 * (25U + 14U));
     for (const char16_t* token : {Descriptor::DEVICE_CHANGED_CALLBACK, Descriptor::SERVICE_CHANGED_CALLBACK,
                                   Descriptor::DEVICE_DETECT_CALLBACK, Descriptor::SERVICE_DELIVER_CALLBACK,
                                   Descriptor::DIALOG_EVENT_CALLBACK, Descriptor::SERVICE_PUBLISH_CALLBACK}) {

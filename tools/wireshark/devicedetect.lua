@@ -297,6 +297,7 @@ local CONTROLS = {
     [11] = { name = "LOAD_WORLD", req = { STR("worldJson") }, rep = CONTROL_REPLY },
     [12] = { name = "GET_REGISTRATIONS", req = {}, rep = { STATUS(), STR("detail"), STR("registrationsJson") } },
     [13] = { name = "STEP", req = {}, rep = CONTROL_REPLY },
+    [14] = { name = "DUMP", req = {}, rep = { STATUS(), STR("detail"), STR("dumpJson") } },
 }
 
 -- The callback interfaces (service/src/callback_sender.cpp writes them; the
